@@ -1,0 +1,7 @@
+#include "foundation/qapphooks.h"
+
+namespace tarvik {
+
+const QAppHooks* qappHooks = nullptr;
+
+} // namespace tarvik

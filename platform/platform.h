@@ -1,0 +1,29 @@
+// The operating system as the rest of the tree sees it. Everything here is small and synchronous;
+// nothing outside this folder includes a system header beyond the C and C++ standard libraries.
+//
+// Message boxes and questions are a console layer: the title and text go to standard error.
+// A question is answered from the terminal when one is attached; without one it takes the
+// answer that loses nothing. Tests may fix the answer in advance.
+#pragma once
+
+#include <cstdint>
+
+namespace tarvik {
+
+// A modal box with one OK button. 'owner' is the native window it belongs to, or null.
+void PlatformMessageBox(const char* title, const char* text, void* owner);
+
+// Answers of PlatformAsk, and what a test may preset with PlatformSetAnswer.
+enum PlatformAnswer { PLATFORM_ANSWER_NONE = 0, PLATFORM_ANSWER_YES, PLATFORM_ANSWER_NO, PLATFORM_ANSWER_CANCEL };
+
+// Asks a yes/no/cancel question. Without a terminal the answer is 'safeAnswer'.
+PlatformAnswer PlatformAsk(const char* title, const char* text, PlatformAnswer safeAnswer);
+// Fixes the answer of every following question (PLATFORM_ANSWER_NONE returns to asking).
+void PlatformSetAnswer(PlatformAnswer answer);
+
+int PlatformProcessId();
+
+// True if the file descriptor of the stream's number refers to a terminal.
+bool PlatformIsTerminal(int fd);
+
+} // namespace tarvik

@@ -1,0 +1,155 @@
+#include "telemetry/analyse_export.h"
+
+#include "foundation/qlib.h"
+#include "foundation/qmessage.h"
+#include "platform/platform.h"
+#include "telemetry/analyse_modifier.h"
+#include "telemetry/analyse_signals.h"
+#include "telemetry/analyse_signaltypes.h"
+
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <vector>
+
+namespace tarvik {
+
+namespace {
+
+bool IsTimeOrDistance(const qstring& id) { return id == "time" || id == "distance"; }
+
+// Round halves away from zero and compare as a whole number. A lap that reads NaN or lies outside
+// every int never matches.
+bool IsLap(float value, int32_t lap) { return double(std::round(value)) == double(lap); }
+
+void WriteHead(FILE* f, const PSignals& set)
+{
+    std::fputs("#\n# ASCII signal export\n# Writer: Ostrand PSignals exporter v1.2\n#\n", f);
+    std::fprintf(f, "# Properties: %d\n", set.propertyCount);
+    for (int i = 0; i < set.propertyCount; i++)
+        std::fprintf(f, "# Property %d: %s = %s\n", i + 1, set.propertyName[i].cstr(), set.propertyValue[i].cstr());
+    std::fputs("#\n", f);
+    std::fprintf(f, "# Metaproperties: %d\n", set.metaCount);
+    for (int i = 0; i < set.metaCount; i++)
+        std::fprintf(f, "# Metaproperty %d: %s = %s\n", i + 1, set.metaName[i].cstr(), set.metaValue[i].cstr());
+    std::fputs("#\n", f);
+}
+
+} // namespace
+
+bool PSignals::ExportASCII(const PExportOptions& options)
+{
+    char separator = ' ';
+    AsciiExportModifier* modifier = nullptr; // owned for the length of the export
+    if (options.modifierFile.IsNotEmpty()) {
+        modifier = new AsciiExportModifier;
+        qstring reason;
+        if (modifier->Load(options.modifierFile.cstr(), &reason)) {
+            separator = modifier->GetSeparator();
+        } else {
+            qstring text("Could not read modifier file (");
+            text += options.modifierFile;
+            text += "): ";
+            text += reason;
+            PlatformMessageBox("Error", text.cstr(), nullptr);
+            delete modifier;
+            modifier = nullptr;
+        }
+    }
+
+    FILE* f = qfopen(options.fileName.cstr(), "w");
+    if (!f) {
+        QWARNING("PSignals::ExportASCII(%s) failed - can't open file", options.fileName.cstr());
+        delete modifier;
+        return false;
+    }
+    std::setvbuf(f, nullptr, _IOFBF, 1 << 20);
+
+    if (!modifier) WriteHead(f, *this);
+
+    qstring timeName("time"), distanceName("distance");
+    if (modifier) {
+        modifier->Rename(timeName);
+        modifier->Rename(distanceName);
+    }
+    std::fprintf(f, "%s%c%s", timeName.cstr(), separator, distanceName.cstr());
+
+    const PSignal* distance = FindSignal("distance");
+    if (!distance) {
+        std::fprintf(f, "** ERROR: No distance signal found - won't work in ASCII export (%s)\n", fileName.cstr());
+        qfclose(f);
+        delete modifier;
+        return false;
+    }
+    const PSignal* lapSignal = FindSignal("lap");
+    if (!lapSignal && options.lap != -1)
+        QWARNING("ExportASCII with lap=%d can only work if a 'lap' signal is present in the telemetry data",
+                 options.lap);
+
+    // The columns after time and distance, in set order, with their factors and trigger modes.
+    struct Column {
+        const PSignal* signal;
+        float factor;
+        bool trigger;
+    };
+    std::vector<Column> columns;
+    columns.reserve(size_t(signalCount));
+    for (int i = 0; i < signalCount; i++) {
+        const PSignal* s = signals[i];
+        qstring id(s->GetId());
+        qstring column(id);
+        float factor = 1.0f;
+        bool skip = false;
+        if (modifier) {
+            factor = modifier->GetFactor(id);
+            modifier->Rename(column);
+            skip = column == "-";
+        }
+        if (s->count == 0) {
+            QINFO("Skip signal %d (%s) due to lack of signal data\n", i, id.cstr());
+            skip = true;
+        }
+        if (skip || IsTimeOrDistance(id)) continue;
+        std::fprintf(f, "%c%s", separator, column.cstr());
+        bool trigger = (id == "lap" && (options.triggerFlags & PExportOptions::PEO_LAP_TRIGGER)) ||
+                       (id == "sector" && (options.triggerFlags & PExportOptions::PEO_SECTOR_TRIGGER));
+        columns.push_back(Column{s, factor, trigger});
+    }
+    std::fputc('\n', f);
+
+    const int rows = signals[0]->count;
+    const float step = signals[0]->timestep;
+    const bool filterLap = options.lap != -1 && lapSignal;
+    float lastDistance = -999999.0f;
+    float baseTime = 0.0f;
+    bool first = true;
+    for (int n = 0; n < rows; n++) {
+        if (filterLap) {
+            // Samples past the end of a short lap signal belong to no lap.
+            if (n >= lapSignal->count || !IsLap(lapSignal->data[n], options.lap)) continue;
+        }
+        float time = float(n) * step;
+        if (first) {
+            baseTime = time;
+            first = false;
+        }
+        std::fprintf(f, "%f", double(time - baseTime));
+
+        // Missing samples of a short distance signal are absent: the column just keeps rising.
+        float d = n < distance->count ? distance->data[n] : -std::numeric_limits<float>::infinity();
+        if (lastDistance + 0.001f > d) d = lastDistance + 0.001f;
+        std::fprintf(f, "%c%f", separator, double(d));
+        lastDistance = d;
+
+        for (const Column& c : columns) {
+            float v = c.trigger ? c.signal->GetTriggerValue(n) : c.signal->GetValue(n) * c.factor;
+            std::fprintf(f, "%c%f", separator, double(v));
+        }
+        std::fputc('\n', f);
+    }
+    qfclose(f);
+    delete modifier;
+    return true;
+}
+
+} // namespace tarvik

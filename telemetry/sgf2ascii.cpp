@@ -1,0 +1,56 @@
+// sgf2ascii <sgffile> <textfile>: converts one telemetry recording into a text table.
+//
+// One straight road: banner, Read, Convert, ReleaseRecording. The exit code is 0 on every road;
+// failures show as reports on standard error and in QLOG.txt.
+#include "foundation/qmessage.h"
+#include "telemetry/analyse_export.h"
+#include "telemetry/analyse_signals.h"
+
+#include <cstdio>
+
+using namespace tarvik;
+
+static PSignals* recording; // owned; null before Read and after ReleaseRecording
+
+static bool Read(const char* fileName)
+{
+    QINFO("Loading '%s'...\n", fileName);
+    recording = new PSignals; // stored before the import, so that a failed import is released too
+    if (!recording->Import(fileName)) {
+        QERROR("Failed to load '%s'", fileName);
+        return false;
+    }
+    return true;
+}
+
+static void Convert(const char* fileName)
+{
+    QINFO("Converting to '%s'...\n", fileName);
+    PExportOptions options;
+    options.fileName = fileName;
+    options.lap = -1;
+    options.triggerFlags = 0;
+    options.reserved = 1;
+    if (!recording->ExportASCII(options)) QERROR("Failed to export ASCII");
+    else QINFO("Exporting to ASCII succesful.\n");
+}
+
+static void ReleaseRecording()
+{
+    delete recording;
+    recording = nullptr;
+}
+
+int main(int argc, char** argv)
+{
+    std::printf("SGF2ASCII v7.7.0\n");
+    if (argc < 3) {
+        std::printf("Usage: sgf2ascii <sgffile> <textfile>\n");
+        std::printf("Converts Tarvik SGF (Tarvik Telemetry Data) binary files to ASCII files.\n");
+        return 0;
+    }
+    std::fflush(stdout);
+    if (Read(argv[1])) Convert(argv[2]);
+    ReleaseRecording();
+    return 0;
+}

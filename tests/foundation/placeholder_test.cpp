@@ -1,0 +1,1 @@
+// Cases for the foundation live beside this file, one file per module.

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the tree builds and tests with, when they are missing. Run as root.
+set -euo pipefail
+
+packages=(cmake g++ make libgtest-dev valgrind clang libclang-rt-14-dev)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "installing: ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi

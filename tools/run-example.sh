@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Builds sgf2ascii and converts the shipped example recording; shows the head of the table.
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+bash "$top/tools/install-deps.sh"
+cmake -S "$top" -B "$top/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build "$top/build" -j"$(nproc)" --target sgf2ascii
+mkdir -p "$top/build/example"
+cd "$top/build/example"
+"$top/build/sgf2ascii" "$top/examples/lap.sgf" lap.txt
+echo "--- head of build/example/lap.txt ---"
+head -n 30 lap.txt

@@ -68,7 +68,7 @@ std::string ShellQuote(const std::string& word)
     return q + "'";
 }
 
-RunResult Run(const std::string& command, const std::string& directory)
+RunResult RunCommand(const std::string& command, const std::string& directory)
 {
     TempDir capture;
     std::string out = capture.File("out"), err = capture.File("err");

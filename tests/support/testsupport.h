@@ -35,7 +35,7 @@ struct RunResult {
 };
 
 // Runs 'command' through the shell in 'directory', standard input from /dev/null.
-RunResult Run(const std::string& command, const std::string& directory);
+RunResult RunCommand(const std::string& command, const std::string& directory);
 
 // Quotes a word for the shell.
 std::string ShellQuote(const std::string& word);

@@ -23,6 +23,12 @@ void PlatformSetAnswer(PlatformAnswer answer);
 
 int PlatformProcessId();
 
+// The last-write time of a file in nanoseconds since the epoch; false if the file isn't there.
+bool PlatformFileTime(const char* name, int64_t* time);
+
+// The process's current directory; an empty text if it can't be told.
+void PlatformCurrentDirectory(char* out, int size);
+
 // True if the file descriptor of the stream's number refers to a terminal.
 bool PlatformIsTerminal(int fd);
 

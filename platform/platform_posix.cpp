@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tarvik {
@@ -40,6 +41,20 @@ PlatformAnswer PlatformAsk(const char* title, const char* text, PlatformAnswer s
 }
 
 int PlatformProcessId() { return int(getpid()); }
+
+bool PlatformFileTime(const char* name, int64_t* time)
+{
+    struct stat st;
+    if (!name || stat(name, &st) != 0) return false;
+    *time = int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    return true;
+}
+
+void PlatformCurrentDirectory(char* out, int size)
+{
+    if (size <= 0) return;
+    if (!getcwd(out, size_t(size))) out[0] = 0;
+}
 
 bool PlatformIsTerminal(int fd) { return isatty(fd) != 0; }
 

@@ -7,10 +7,15 @@
 
 namespace tarvik {
 
+class QVirtualFileSystem;
+class QLanguage;
+
 struct QAppHooks {
     const char* (*GetName)();   // the application's name for log lines
     void* (*GetBoxOwner)();     // native window that owns message boxes, or null
     void (*PrepareForBox)();    // hides a full-screen main window, which would cover a box
+    QVirtualFileSystem* (*GetFileSystem)(); // the application's archives, or null
+    QLanguage* (*GetLanguage)();            // the current language table, or null
 };
 
 extern const QAppHooks* qappHooks; // null while no application object exists

@@ -28,6 +28,27 @@ bool PlatformFileTime(const char* name, int64_t* time);
 
 // The process's current directory; an empty text if it can't be told.
 void PlatformCurrentDirectory(char* out, int size);
+bool PlatformSetCurrentDirectory(const char* path, int* error); // 'error' gets errno on failure
+bool PlatformMakeDirectory(const char* path);   // true also if it exists already
+bool PlatformRemoveDirectory(const char* path); // only an empty one
+bool PlatformRemoveFile(const char* path);
+
+// What a file's status says. Times in seconds since the epoch; 'created' is the status-change time.
+struct PlatformFileStatus {
+    int64_t size;
+    bool isDirectory;
+    int64_t modified;
+    int64_t created;
+};
+bool PlatformStat(const char* path, PlatformFileStatus* status);
+
+// Reading a directory: the entries in the order of the operating system, "." and ".." included.
+struct PlatformDir;
+PlatformDir* PlatformOpenDir(const char* path); // null if it can't be read
+bool PlatformReadDir(PlatformDir* dir, char* name, int size); // false at the end
+void PlatformCloseDir(PlatformDir* dir);
+
+void PlatformSleepMs(int milliseconds); // 0 gives up the time slice
 
 // True if the file descriptor of the stream's number refers to a terminal.
 bool PlatformIsTerminal(int fd);

@@ -3,6 +3,10 @@
 
 #include <cstdio>
 #include <cstring>
+#include <cerrno>
+#include <ctime>
+#include <dirent.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,5 +61,72 @@ void PlatformCurrentDirectory(char* out, int size)
 }
 
 bool PlatformIsTerminal(int fd) { return isatty(fd) != 0; }
+
+bool PlatformSetCurrentDirectory(const char* path, int* error)
+{
+    if (path && chdir(path) == 0) return true;
+    if (error) *error = path ? errno : EINVAL;
+    return false;
+}
+
+bool PlatformMakeDirectory(const char* path)
+{
+    if (!path) return false;
+    if (mkdir(path, 0777) == 0) return true;
+    struct stat st;
+    return errno == EEXIST && stat(path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool PlatformRemoveDirectory(const char* path) { return path && rmdir(path) == 0; }
+bool PlatformRemoveFile(const char* path) { return path && unlink(path) == 0; }
+
+bool PlatformStat(const char* path, PlatformFileStatus* status)
+{
+    struct stat st;
+    if (!path || stat(path, &st) != 0) return false;
+    status->size = int64_t(st.st_size);
+    status->isDirectory = S_ISDIR(st.st_mode);
+    status->modified = int64_t(st.st_mtime);
+    status->created = int64_t(st.st_ctime);
+    return true;
+}
+
+struct PlatformDir {
+    DIR* dir;
+};
+
+PlatformDir* PlatformOpenDir(const char* path)
+{
+    DIR* d = path ? opendir(path) : nullptr;
+    if (!d) return nullptr;
+    return new PlatformDir{d};
+}
+
+bool PlatformReadDir(PlatformDir* dir, char* name, int size)
+{
+    if (!dir || size <= 0) return false;
+    struct dirent* e = readdir(dir->dir);
+    if (!e) return false;
+    std::snprintf(name, size_t(size), "%s", e->d_name);
+    return true;
+}
+
+void PlatformCloseDir(PlatformDir* dir)
+{
+    if (!dir) return;
+    closedir(dir->dir);
+    delete dir;
+}
+
+void PlatformSleepMs(int milliseconds)
+{
+    if (milliseconds <= 0) {
+        sched_yield();
+        return;
+    }
+    struct timespec t = {milliseconds / 1000, long(milliseconds % 1000) * 1000000L};
+    while (nanosleep(&t, &t) != 0 && errno == EINTR) {
+    }
+}
 
 } // namespace tarvik

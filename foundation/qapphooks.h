@@ -16,6 +16,7 @@ struct QAppHooks {
     void (*PrepareForBox)();    // hides a full-screen main window, which would cover a box
     QVirtualFileSystem* (*GetFileSystem)(); // the application's archives, or null
     QLanguage* (*GetLanguage)();            // the current language table, or null
+    void (*ShowTextDialog)(const char* title, const char* text); // a modal text box with an OK button
 };
 
 extern const QAppHooks* qappHooks; // null while no application object exists

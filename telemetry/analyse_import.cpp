@@ -214,16 +214,4 @@ bool PSignals::ImportSGF(const char* name)
     return true;
 }
 
-bool PSignals::ImportASCII(const char* name)
-{
-    fileName = name;
-    QFile file(name, QFile::READ);
-    if (!file.GetStream()) {
-        QWARNING("PSignals:ImportASCII(); can't open file (%s)", name);
-        return false;
-    }
-    // Tables of measuring tools are not read yet.
-    return false;
-}
-
 } // namespace tarvik

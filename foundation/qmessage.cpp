@@ -23,11 +23,14 @@ static int lastFlags;
 static char lastLocation[QMSG_MAX];
 static int repeatCount;
 
+static bool logFileEnabled = true;
 static void (*networkShutdown)();
 static void (*logMirror)(const char* message);
 
 void QSetNetworkShutdown(void (*shutdown)()) { networkShutdown = shutdown; }
 void QSetLogMirror(void (*mirror)(const char* message)) { logMirror = mirror; }
+
+void qmsgSetLogFile(bool enabled) { logFileEnabled = enabled; }
 
 void qmsgReset()
 {
@@ -134,6 +137,7 @@ static void ShowBox(int flags, const char* message)
 
 static void WriteLogLine(const char* severity, const char* message, const char* location)
 {
+    if (!logFileEnabled) return;
     FILE* f = qfopen(logName, "a");
     if (!f) {
         char text[256];

@@ -46,6 +46,10 @@ void qmsgwrite(int flags, const char* location, const char* format, ...) __attri
 void QSetNetworkShutdown(void (*shutdown)());
 void QSetLogMirror(void (*mirror)(const char* message));
 
+// Switches the log file off (and on again): reports then reach standard error only. For tools and
+// fuzzing, which must not leave a QLOG.txt behind; the command keeps it on.
+void qmsgSetLogFile(bool enabled);
+
 // Forgets the repeat state and the start line, as in a fresh process. For tests.
 void qmsgReset();
 

@@ -80,6 +80,12 @@ bool PSignals::ImportSGF(const char* name)
         QWARNING("PSignals:ImportSGF(); can't open file (%s)", name);
         return false;
     }
+    return ReadSGF(file);
+}
+
+bool PSignals::ReadSGF(QFile& file)
+{
+    const char* name = fileName.cstr();
     const long fileSize = file.Size();
 
     if (!ReadTag(file, "SGF0")) {

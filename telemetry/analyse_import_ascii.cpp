@@ -59,6 +59,12 @@ bool PSignals::ImportASCII(const char* name)
         QWARNING("PSignals:ImportASCII(); can't open file (%s)", name);
         return false;
     }
+    return ReadASCII(file);
+}
+
+bool PSignals::ReadASCII(QFile& file)
+{
+    const char* name = fileName.cstr();
 
     qstring line;
     file.GetLine(line);

@@ -14,6 +14,11 @@ bool AsciiExportModifier::Load(const char* fileName, qstring* error)
         if (error) *error = "file not found";
         return false;
     }
+    return Load(file, error);
+}
+
+bool AsciiExportModifier::Load(QFile& file, qstring* error)
+{
     separator = ' ';
     count = 0;
     bool ok = true;

@@ -8,6 +8,8 @@
 
 namespace tarvik {
 
+class QFile;
+
 class AsciiExportModifier {
 public:
     enum { MAX_CONVERSIONS = 1000 };
@@ -17,6 +19,7 @@ public:
     AsciiExportModifier& operator=(const AsciiExportModifier&) = delete;
 
     bool Load(const char* fileName, qstring* error); // on false 'error' holds the reason
+    bool Load(QFile& file, qstring* error);          // the same from an open file
     void Rename(qstring& name) const;                // the first matching conversion counts
     float GetFactor(const qstring& name) const;      // 1.0 without a matching conversion
     char GetSeparator() const { return separator; }

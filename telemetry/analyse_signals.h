@@ -12,6 +12,7 @@
 
 namespace tarvik {
 
+class QFile;
 struct PSignalTypeDef;
 struct PExportOptions;
 
@@ -67,7 +68,9 @@ public:
 
     bool Import(const char* fileName); // ".sgf" anywhere in the lower-cased name: ImportSGF, else ImportASCII
     bool ImportSGF(const char* fileName);
+    bool ReadSGF(QFile& file); // the reader behind ImportSGF, on an open file; fileName set by the caller
     bool ImportASCII(const char* fileName);
+    bool ReadASCII(QFile& file); // the reader behind ImportASCII, on an open file; fileName set by the caller
     bool ExportASCII(const PExportOptions& options);
 
     PSignal* signals[MAX_SIGNALS]; // owned, in file order, which is the order of output columns

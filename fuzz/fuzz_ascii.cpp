@@ -1,0 +1,24 @@
+// The text import on any bytes, and the export of whatever it loaded.
+#include "fuzz/fuzz.h"
+
+#include "foundation/qfile.h"
+#include "telemetry/analyse_export.h"
+#include "telemetry/analyse_signals.h"
+
+using namespace tarvik;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    FuzzSetup();
+    if (size > (1u << 22)) return 0;
+    PSignals* set = new PSignals;
+    set->fileName = "fuzz.txt";
+    QFile file("fuzz.txt", const_cast<uint8_t*>(data), int(size));
+    if (set->ReadASCII(file)) {
+        PExportOptions options;
+        options.fileName = "/dev/null";
+        set->ExportASCII(options);
+    }
+    delete set;
+    return 0;
+}

@@ -1,6 +1,7 @@
-// makesgf: writes a plausible car recording as an .sgf file.
+// makesgf: writes a plausible car recording as an .sgf file, or as a data logger's table.
 //
 //   makesgf <file.sgf> [laps] [rate_hz] [extra_channels]
+//   makesgf <file.txt> [laps] [rate_hz]      (tab-separated, the measuring tool's columns and units)
 //
 // A car drives laps of a fictional 2.4 km circuit: a speed profile limited by grip in the corners,
 // by engine power and by braking, integrated over distance and sampled at a fixed rate. The
@@ -156,6 +157,28 @@ int main(int argc, char** argv)
         for (size_t i = 0; i < filler.size(); i++)
             filler[i] = base + 5.0f * std::sin(float(i) * 0.001f * float(e + 1)) + 0.1f * noise.Next();
         w.Add("aux" + std::to_string(e), filler);
+    }
+
+    const std::string out = argv[1];
+    if (out.size() < 4 || out.compare(out.size() - 4, 4, ".sgf") != 0) {
+        // The measuring tool's table: its own channel names and units (km/h, %, rad, g, "s:ms").
+        FILE* f = std::fopen(out.c_str(), "wb");
+        if (!f) {
+            std::fprintf(stderr, "makesgf: can't write %s\n", out.c_str());
+            return 1;
+        }
+        std::fprintf(f, "Time\tLAP_DI\tLAPTIM\tLAP\tVVEH\tRPM\tGEAR\tTHROTTLE\tBRAKE\tSTEER\tACC_X\tACC_Y\n");
+        for (size_t i = 0; i < ch[TIME].size(); i++) {
+            int ms = int(std::lround(double(ch[LAPTIME][i]) * 1000.0));
+            std::fprintf(f, "%.3f\t%.3f\t%d:%03d\t%d\t%.2f\t%.0f\t%.0f\t%.1f\t%.1f\t%.5f\t%.4f\t%.4f\n",
+                         double(ch[TIME][i]), double(ch[DIST][i]), ms / 1000, ms % 1000, int(ch[LAP][i]),
+                         double(ch[VEL][i]) * 3.6, double(ch[RPM][i]), double(ch[GEAR][i]), double(ch[THR][i]) * 100.0,
+                         double(ch[BRK][i]) * 100.0, double(ch[STEER][i]) / 57.29578 / 15.0,
+                         double(ch[ACCZ][i]) / 9.81, double(ch[ACCX][i]) / 9.81);
+        }
+        bool ok = std::fclose(f) == 0;
+        std::printf("makesgf: %s, %d laps, %zu rows at %g Hz\n", out.c_str(), laps, ch[TIME].size(), double(rate));
+        return ok ? 0 : 1;
     }
 
     w.timestep = dt;

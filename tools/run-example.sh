@@ -10,3 +10,7 @@ cd "$top/build/example"
 "$top/build/sgf2ascii" "$top/examples/lap.sgf" lap.txt
 echo "--- head of build/example/lap.txt ---"
 head -n 30 lap.txt
+# The same command reads a measuring tool's tab-separated table.
+"$top/build/sgf2ascii" "$top/examples/run.txt" run.txt 2>/dev/null
+echo "--- build/example/run.txt, from the table examples/run.txt: column line and first rows ---"
+grep -v '^#' run.txt | head -n 4

@@ -223,6 +223,17 @@ TEST(Sgf2AsciiTest, ShippedExampleIsWhatMakesgfMakes)
         << "examples/lap.sgf differs from what makesgf makes: regenerate it";
 }
 
+TEST(Sgf2AsciiTest, ShippedTableIsWhatMakesgfMakes)
+{
+    TempDir dir;
+    RunResult r = RunCommand(ShellQuote(MAKESGF_PATH) + " run.txt 1 10", dir.Path());
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    std::string made = ReadFile(dir.File("run.txt"));
+    EXPECT_GT(made.size(), 1000u);
+    EXPECT_TRUE(made == ReadFile(std::string(EXAMPLES_DIR) + "/run.txt"))
+        << "examples/run.txt differs from what makesgf makes: regenerate it";
+}
+
 TEST(Sgf2AsciiTest, ExampleConvertsWithoutWarnings)
 {
     TempDir dir;

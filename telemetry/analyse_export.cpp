@@ -6,6 +6,7 @@
 #include "telemetry/analyse_modifier.h"
 #include "telemetry/analyse_signals.h"
 #include "telemetry/analyse_signaltypes.h"
+#include "telemetry/analyse_textout.h"
 
 #include <cmath>
 #include <cstdio>
@@ -22,17 +23,32 @@ bool IsTimeOrDistance(const qstring& id) { return id == "time" || id == "distanc
 // every int never matches.
 bool IsLap(float value, int32_t lap) { return double(std::round(value)) == double(lap); }
 
-void WriteHead(FILE* f, const PSignals& set)
+void WriteHead(PTextOut& out, const PSignals& set)
 {
-    std::fputs("#\n# ASCII signal export\n# Writer: Ostrand PSignals exporter v1.2\n#\n", f);
-    std::fprintf(f, "# Properties: %d\n", set.propertyCount);
-    for (int i = 0; i < set.propertyCount; i++)
-        std::fprintf(f, "# Property %d: %s = %s\n", i + 1, set.propertyName[i].cstr(), set.propertyValue[i].cstr());
-    std::fputs("#\n", f);
-    std::fprintf(f, "# Metaproperties: %d\n", set.metaCount);
-    for (int i = 0; i < set.metaCount; i++)
-        std::fprintf(f, "# Metaproperty %d: %s = %s\n", i + 1, set.metaName[i].cstr(), set.metaValue[i].cstr());
-    std::fputs("#\n", f);
+    char line[64];
+    out.Text("#\n# ASCII signal export\n# Writer: Ostrand PSignals exporter v1.2\n#\n");
+    std::snprintf(line, sizeof line, "# Properties: %d\n", set.propertyCount);
+    out.Text(line);
+    for (int i = 0; i < set.propertyCount; i++) {
+        std::snprintf(line, sizeof line, "# Property %d: ", i + 1);
+        out.Text(line);
+        out.Text(set.propertyName[i].cstr());
+        out.Text(" = ");
+        out.Text(set.propertyValue[i].cstr());
+        out.Char('\n');
+    }
+    out.Text("#\n");
+    std::snprintf(line, sizeof line, "# Metaproperties: %d\n", set.metaCount);
+    out.Text(line);
+    for (int i = 0; i < set.metaCount; i++) {
+        std::snprintf(line, sizeof line, "# Metaproperty %d: ", i + 1);
+        out.Text(line);
+        out.Text(set.metaName[i].cstr());
+        out.Text(" = ");
+        out.Text(set.metaValue[i].cstr());
+        out.Char('\n');
+    }
+    out.Text("#\n");
 }
 
 } // namespace
@@ -63,20 +79,25 @@ bool PSignals::ExportASCII(const PExportOptions& options)
         delete modifier;
         return false;
     }
-    std::setvbuf(f, nullptr, _IOFBF, 1 << 20);
+    PTextOut out(f);
 
-    if (!modifier) WriteHead(f, *this);
+    if (!modifier) WriteHead(out, *this);
 
     qstring timeName("time"), distanceName("distance");
     if (modifier) {
         modifier->Rename(timeName);
         modifier->Rename(distanceName);
     }
-    std::fprintf(f, "%s%c%s", timeName.cstr(), separator, distanceName.cstr());
+    out.Text(timeName.cstr());
+    out.Char(separator);
+    out.Text(distanceName.cstr());
 
     const PSignal* distance = FindSignal("distance");
     if (!distance) {
-        std::fprintf(f, "** ERROR: No distance signal found - won't work in ASCII export (%s)\n", fileName.cstr());
+        out.Text("** ERROR: No distance signal found - won't work in ASCII export (");
+        out.Text(fileName.cstr());
+        out.Text(")\n");
+        out.Flush();
         qfclose(f);
         delete modifier;
         return false;
@@ -110,12 +131,13 @@ bool PSignals::ExportASCII(const PExportOptions& options)
             skip = true;
         }
         if (skip || IsTimeOrDistance(id)) continue;
-        std::fprintf(f, "%c%s", separator, column.cstr());
+        out.Char(separator);
+        out.Text(column.cstr());
         bool trigger = (id == "lap" && (options.triggerFlags & PExportOptions::PEO_LAP_TRIGGER)) ||
                        (id == "sector" && (options.triggerFlags & PExportOptions::PEO_SECTOR_TRIGGER));
         columns.push_back(Column{s, factor, trigger});
     }
-    std::fputc('\n', f);
+    out.Char('\n');
 
     const int rows = signals[0]->count;
     const float step = signals[0]->timestep;
@@ -133,22 +155,33 @@ bool PSignals::ExportASCII(const PExportOptions& options)
             baseTime = time;
             first = false;
         }
-        std::fprintf(f, "%f", double(time - baseTime));
+        out.Float(time - baseTime);
 
         // Missing samples of a short distance signal are absent: the column just keeps rising.
         float d = n < distance->count ? distance->data[n] : -std::numeric_limits<float>::infinity();
         if (lastDistance + 0.001f > d) d = lastDistance + 0.001f;
-        std::fprintf(f, "%c%f", separator, double(d));
+        out.Char(separator);
+        out.Float(d);
         lastDistance = d;
 
         for (const Column& c : columns) {
-            float v = c.trigger ? c.signal->GetTriggerValue(n) : c.signal->GetValue(n) * c.factor;
-            std::fprintf(f, "%c%f", separator, double(v));
+            const PSignal* s = c.signal;
+            float v;
+            if (c.trigger) v = s->GetTriggerValue(n);
+            else if (n < s->count) v = s->data[n] * c.factor;
+            else v = s->GetValue(n) * c.factor; // reports the short signal
+            out.Char(separator);
+            out.Float(v);
         }
-        std::fputc('\n', f);
+        out.Char('\n');
     }
-    qfclose(f);
+    bool written = out.Flush();
+    if (qfclose(f) != 0) written = false;
     delete modifier;
+    if (!written) {
+        QWARNING("PSignals::ExportASCII(%s) failed - can't write file", options.fileName.cstr());
+        return false;
+    }
     return true;
 }
 

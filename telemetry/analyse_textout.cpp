@@ -32,6 +32,41 @@ int PrintBigWhole(char* out, uint32_t m, int e)
     return n;
 }
 
+const char pairs[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                     "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                     "8081828384858687888990919293949596979899";
+
+int WriteWhole(char* out, uint64_t v)
+{
+    char rev[24];
+    int r = 0;
+    while (v >= 100) {
+        const char* d = pairs + 2 * (v % 100);
+        v /= 100;
+        rev[r++] = d[1];
+        rev[r++] = d[0];
+    }
+    if (v >= 10) {
+        rev[r++] = pairs[2 * v + 1];
+        rev[r++] = pairs[2 * v];
+    } else {
+        rev[r++] = char('0' + v);
+    }
+    for (int i = 0; i < r; i++) out[i] = rev[r - 1 - i];
+    return r;
+}
+
+// ".dddddd"
+int WriteFraction(char* out, uint32_t frac)
+{
+    out[0] = '.';
+    const uint32_t hi = frac / 10000, mid = frac / 100 % 100, lo = frac % 100;
+    std::memcpy(out + 1, pairs + 2 * hi, 2);
+    std::memcpy(out + 3, pairs + 2 * mid, 2);
+    std::memcpy(out + 5, pairs + 2 * lo, 2);
+    return 7;
+}
+
 } // namespace
 
 int FormatFloatF6(char* out, float value)
@@ -55,36 +90,40 @@ int FormatFloatF6(char* out, float value)
         std::memcpy(p, ".000000", 7);
         return int(p - out) + 7;
     }
-    typedef unsigned __int128 u128;
-    const u128 n = u128(uint64_t(m) * 15625u);
-    u128 q; // value * 10^6, rounded half to even as printf rounds
+    // Whole values of up to 2^25 millionths times 2^38 fit 64 bits; only huge ones need 128.
+    const uint64_t n = uint64_t(m) * 15625u; // m * 5^6 < 2^38
+    uint64_t whole, frac;
+    if (k > 25) {
+        typedef unsigned __int128 u128;
+        const u128 q = u128(n) << k;
+        const u128 w = q / 1000000;
+        frac = uint64_t(q % 1000000);
+        char rev[48];
+        int r = 0;
+        u128 x = w;
+        do {
+            rev[r++] = char('0' + int(x % 10));
+            x /= 10;
+        } while (x);
+        while (r > 0) *p++ = rev[--r];
+        return int(p - out) + WriteFraction(p, uint32_t(frac));
+    }
+    uint64_t q; // value * 10^6, rounded half to even as printf rounds
     if (k >= 0) {
         q = n << k;
     } else if (k <= -40) {
         q = 0; // n < 2^38 lies below half of 2^-k
     } else {
-        const int s = -k;
-        q = n >> s;
-        const u128 rest = n & ((u128(1) << s) - 1);
-        const u128 half = u128(1) << (s - 1);
+        const int sh = -k;
+        q = n >> sh;
+        const uint64_t rest = n & ((uint64_t(1) << sh) - 1);
+        const uint64_t half = uint64_t(1) << (sh - 1);
         if (rest > half || (rest == half && (q & 1))) q++;
     }
-
-    char digits[48];
-    int d = 0;
-    u128 whole = q / 1000000;
-    uint32_t frac = uint32_t(q % 1000000);
-    do {
-        digits[d++] = char('0' + int(whole % 10));
-        whole /= 10;
-    } while (whole);
-    while (d > 0) *p++ = digits[--d];
-    *p++ = '.';
-    for (int i = 5; i >= 0; i--) {
-        p[i] = char('0' + frac % 10);
-        frac /= 10;
-    }
-    return int(p - out) + 6;
+    whole = q / 1000000;
+    frac = q % 1000000;
+    p += WriteWhole(p, whole);
+    return int(p - out) + WriteFraction(p, uint32_t(frac));
 }
 
 PTextOut::PTextOut(FILE* s) : stream(s), buffer(new char[BUFFER_BYTES]), failed(false)

@@ -2,7 +2,7 @@
 # Installs the Debian packages the tree builds and tests with, when they are missing. Run as root.
 set -euo pipefail
 
-packages=(cmake g++ make libgtest-dev valgrind clang libclang-rt-14-dev)
+packages=(cmake g++ make libgtest-dev valgrind clang libclang-rt-14-dev time)
 
 missing=()
 for p in "${packages[@]}"; do

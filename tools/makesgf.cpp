@@ -1,6 +1,6 @@
 // makesgf: writes a plausible car recording as an .sgf file, or as a data logger's table.
 //
-//   makesgf <file.sgf> [laps] [rate_hz] [extra_channels]
+//   makesgf <file.sgf> [laps] [rate_hz] [extra_channels] [samples]
 //   makesgf <file.txt> [laps] [rate_hz]      (tab-separated, the measuring tool's columns and units)
 //
 // A car drives laps of a fictional 2.4 km circuit: a speed profile limited by grip in the corners,
@@ -57,14 +57,15 @@ struct Noise {
 int main(int argc, char** argv)
 {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: makesgf <file.sgf> [laps] [rate_hz] [extra_channels]\n");
+        std::fprintf(stderr, "usage: makesgf <file.sgf|file.txt> [laps] [rate_hz] [extra_channels] [samples]\n");
         return 2;
     }
     const int laps = argc > 2 ? std::atoi(argv[2]) : 3;
     const float rate = argc > 3 ? float(std::atof(argv[3])) : 20.0f;
     const int extra = argc > 4 ? std::atoi(argv[4]) : 0;
-    if (laps < 1 || rate <= 0.0f || extra < 0 || extra > 900) {
-        std::fprintf(stderr, "makesgf: laps >= 1, rate > 0 and 0 <= extra_channels <= 900\n");
+    const long samples = argc > 5 ? std::atol(argv[5]) : 0; // > 0: exactly this many, laps as needed
+    if (laps < 1 || rate <= 0.0f || extra < 0 || extra > 900 || samples < 0 || samples > 100000000) {
+        std::fprintf(stderr, "makesgf: laps >= 1, rate > 0, 0 <= extra_channels <= 900, 0 <= samples <= 1e8\n");
         return 2;
     }
 
@@ -106,7 +107,7 @@ int main(int argc, char** argv)
     double lapStart = 0.0;
     int lap = 1;
     float prevSpeed = v[0];
-    for (int n = 0;; n++) {
+    for (long n = 0; samples == 0 || n < samples; n++) {
         int metre = int(position) % lapLength;
         float speed = v[size_t(metre)];
         float along = float(position - std::floor(position));
@@ -136,7 +137,7 @@ int main(int argc, char** argv)
 
         position += double(speed) * dt;
         if (position - lapStart >= lapLength) {
-            if (lap == laps) break;
+            if (lap == laps && samples == 0) break;
             lapStart += lapLength;
             lap++;
         }

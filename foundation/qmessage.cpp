@@ -57,13 +57,18 @@ void qmsgFunctionName(const char* signature, char* out, int size)
             // Operator names hold brackets of their own: "operator<", "operator()".
             p += 8;
             if (p[0] == '(' && p[1] == ')') p += 2;
+            // A conversion operator's type, or new and delete, follow a blank, and the type may hold
+            // blanks of its own ("operator const char*"): the name runs to the argument list.
+            else if (p[0] == ' ') {
+                while (*p && *p != '(') p++;
+            }
             while (*p && *p != '(' && *p != ' ') p++;
             if (*p == '(') {
                 end = p;
                 break;
             }
             if (!*p) break;
-            continue; // a conversion operator's type follows the blank
+            continue; // a longer word that only begins with "operator"
         }
         if (*p == '<') depth++;
         else if (*p == '>') depth--;

@@ -88,7 +88,7 @@ void Expression();
 
 void Factor()
 {
-    if (++depth > MAX_DEPTH) {
+    if (++depth > MAX_DEPTH && !StartsNumber(ch)) { // a number is a leaf: only brackets and prefixes nest
         Stop();
     } else if (ch == '(') {
         Next();

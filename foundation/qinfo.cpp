@@ -134,7 +134,7 @@ private:
 
 QInfo::QInfo(const char* name, int infoFlags)
     : fileName(qstrdup(name ? name : "")), root(new QInfoNode), flags(uint32_t(infoFlags)), fallback(nullptr),
-      line(1), hash(static_cast<QInfoNode**>(std::calloc(HASH_SIZE, sizeof(QInfoNode*)))), fileTime(0)
+      line(1), hash(static_cast<QInfoNode**>(std::calloc(2 * HASH_SIZE, sizeof(QInfoNode*)))), fileTime(0)
 {
     SetName(name);
     if (!hash) qfatal("QInfo: out of memory for '%s'", fileName);
@@ -195,15 +195,19 @@ void QInfo::AddToHash(QInfoNode* node)
     if (node->flags & QInfoNode::QINF_HASHED) return; // its path doesn't change: once is enough
     char path[MAX_PATH];
     GetFullPath(node, path, sizeof path);
-    QInfoNode** link = &hash[PathHash(path)];
-    while (*link) link = &(*link)->hashNext;
-    *link = node;
+    // The chain heads are followed by the chains' last nodes: the path hash crowds similar paths
+    // into few chains, and walking one to its end for each new key would make reading quadratic.
+    unsigned h = PathHash(path);
+    QInfoNode*& tail = hash[HASH_SIZE + h];
+    if (tail) tail->hashNext = node;
+    else hash[h] = node;
+    tail = node;
     node->flags |= QInfoNode::QINF_HASHED;
 }
 
 void QInfo::Read()
 {
-    std::memset(hash, 0, HASH_SIZE * sizeof(QInfoNode*));
+    std::memset(hash, 0, 2 * HASH_SIZE * sizeof(QInfoNode*)); // heads and tails
     line = 1;
     QFile file(fileName, QFile::READ | QFile::MEMORY);
     if (!file.IsOpen()) {

@@ -190,6 +190,14 @@ void QInfo::GetFullPath(const QInfoNode* node, char* out, int size)
     }
 }
 
+void QInfo::AppendChild(QInfoNode* group, QInfoNode* node)
+{
+    node->parent = group;
+    if (group->lastChild) group->lastChild->next = node;
+    else group->child = node;
+    group->lastChild = node;
+}
+
 void QInfo::AddToHash(QInfoNode* node)
 {
     if (node->flags & QInfoNode::QINF_HASHED) return; // its path doesn't change: once is enough
@@ -221,20 +229,14 @@ void QInfo::Read()
     flags |= QIF_READ;
     PlatformFileTime(fileName, &fileTime);
 
-    // The open groups, the root at level 0, with the last child of each for appending.
+    // The open groups, the root at level 0. One node may stand open at two levels ("a { {"), so
+    // each group keeps its own last child rather than the level.
     QInfoNode* groups[MAX_LEVEL] = {root};
-    QInfoNode* tails[MAX_LEVEL] = {nullptr};
-    for (QInfoNode* c = root->child; c; c = c->next) tails[0] = c;
     int level = 0;
     QInfoNode* lastNode = nullptr;
     QInfoNode* lastKey = nullptr;
     bool refused = false; // the last token was a key refused for its point
-    auto append = [&](QInfoNode* node) {
-        node->parent = groups[level];
-        if (tails[level]) tails[level]->next = node;
-        else groups[level]->child = node;
-        tails[level] = node;
-    };
+    auto append = [&](QInfoNode* node) { AppendChild(groups[level], node); };
 
     Parser parser(file, line);
     for (;;) {
@@ -266,8 +268,6 @@ void QInfo::Read()
                 level++;
             }
             groups[level] = lastKey;
-            tails[level] = nullptr;
-            for (QInfoNode* c = lastKey->child; c; c = c->next) tails[level] = c;
         } else if (t == '}') {
             if (level == 0) QERROR("QInfo(%s); more '}' brackets than '{' near line %d", fileName, line);
             else level--;
@@ -434,18 +434,13 @@ bool QInfo::SetString(const char* path, const char* value)
         bool last = i + 1 == p.parts.size();
         if (!p.parts[i][0]) return false; // "a..b" names nothing
         QInfoNode* found = nullptr;
-        QInfoNode* tail = nullptr;
-        for (QInfoNode* c = cur->child; c; c = c->next) {
-            tail = c;
-            if (!found && c->type != QInfoNode::COMMENT && c->name == p.parts[i]) found = c;
-        }
+        for (QInfoNode* c = cur->child; c && !found; c = c->next)
+            if (c->type != QInfoNode::COMMENT && c->name == p.parts[i]) found = c;
         if (!found) {
             found = new QInfoNode;
             found->type = last ? QInfoNode::KEY : QInfoNode::GROUP;
             found->name = p.parts[i];
-            found->parent = cur;
-            if (tail) tail->next = found;
-            else cur->child = found;
+            AppendChild(cur, found);
         } else if (found->type == QInfoNode::GROUP ? last : !last) {
             return false;
         }

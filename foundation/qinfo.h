@@ -40,6 +40,7 @@ struct QInfoNode {
     QInfoNode* ref = nullptr; // the subtree taken over with '~', borrowed
     QInfoNode* parent = nullptr;
     QInfoNode* hashNext = nullptr;
+    QInfoNode* lastChild = nullptr; // the end of the children, for appending in constant time
 };
 
 class QInfo : public QObject {
@@ -84,6 +85,7 @@ private:
     void Read();
     void FreeTree();
     void AddToHash(QInfoNode* node);
+    static void AppendChild(QInfoNode* group, QInfoNode* node);
     QInfoNode* WalkTo(const char* path); // the lookup walk, with references
     bool Lookup(const char* path, char* out, const char* def);
 
@@ -92,7 +94,7 @@ private:
     uint32_t flags;
     QInfo* fallback; // owned, or null
     int line;
-    QInfoNode** hash; // HASH_SIZE chain heads, owned
+    QInfoNode** hash; // owned: HASH_SIZE chain heads, then the HASH_SIZE chain tails
     int64_t fileTime; // last-write time at the last read or write; 0 if unknown
 };
 

@@ -89,6 +89,17 @@ TEST_F(QInfoTest, TokenRules)
     EXPECT_EQ(err, "QInfo(t.ini); more '}' brackets than '{' near line 2\n");
 }
 
+TEST_F(QInfoTest, GroupOpenedTwiceKeepsAllItsChildren)
+{
+    // The second brace opens the same group again, one level deeper; keys added at either level
+    // belong to it. Found by fuzzing: the second level's key was lost (and leaked).
+    std::string err;
+    auto info = Parse("a\n{\n{\nx=1\n}\ny=2\n}\n", &err);
+    EXPECT_EQ(Get(*info, "a.x"), "1");
+    EXPECT_EQ(Get(*info, "a.y"), "2");
+    EXPECT_EQ(Iterate(*info, "a", false), (std::vector<std::string>{"a.x", "a.y"}));
+}
+
 TEST_F(QInfoTest, GroupsCommentsAndReferences)
 {
     auto info = Parse("; a comment\nsignals\n{\nspeed\n{\nunit=km/h\nmax=300\n}\nfast~signals.speed\n}\n"

@@ -155,6 +155,23 @@ TEST(Sgf2AsciiTest, UnwritableTableIsWarnedAndReportedAsFailedExport)
                                   "(ERR  ): [-] Failed to export ASCII [@]\n");
 }
 
+TEST(Sgf2AsciiTest, FullDiskFailsTheExport)
+{
+    TempDir dir;
+    if (!FileExists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+    ASSERT_TRUE(SmallRecording().Save(dir.File("run.sgf")));
+    RunResult r = Sgf2Ascii(dir, "run.sgf /dev/full");
+    EXPECT_EQ(r.exitCode, 0);
+    std::string tail = "Converting to '/dev/full'...\n"
+                       "PSignals::ExportASCII(/dev/full) failed - can't write file\n"
+                       "Failed to export ASCII\n";
+    ASSERT_GE(r.err.size(), tail.size());
+    EXPECT_EQ(r.err.substr(r.err.size() - tail.size()), tail);
+    EXPECT_EQ(NormalizedLog(dir), "(INFO ): [-] --- application start ---\n"
+                                  "(WARN ): [-] PSignals::ExportASCII(/dev/full) failed - can't write file [@]\n"
+                                  "(ERR  ): [-] Failed to export ASCII [@]\n");
+}
+
 TEST(Sgf2AsciiTest, RecordingWithoutDistanceLeavesTheErrorInTheTable)
 {
     TempDir dir;

@@ -7,6 +7,7 @@
 #include "telemetry/analyse_signals.h"
 
 #include <cstdio>
+#include <new>
 
 using namespace tarvik;
 
@@ -41,8 +42,16 @@ static void ReleaseRecording()
     recording = nullptr;
 }
 
+// An allocation of the tree's own objects that fails ends the run with a report rather than an
+// uncaught exception; sample buffers fail softly on their own (see PSignal).
+static void OutOfMemory()
+{
+    qfatal("sgf2ascii: out of memory");
+}
+
 int main(int argc, char** argv)
 {
+    std::set_new_handler(OutOfMemory);
     std::printf("SGF2ASCII v7.7.0\n");
     if (argc < 3) {
         std::printf("Usage: sgf2ascii <sgffile> <textfile>\n");

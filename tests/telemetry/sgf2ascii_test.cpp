@@ -7,6 +7,7 @@
 
 #include <regex>
 #include <string>
+#include <vector>
 
 using namespace tarvik;
 using namespace tarvik::test;
@@ -261,4 +262,50 @@ TEST(Sgf2AsciiTest, ExampleConvertsWithoutWarnings)
     EXPECT_NE(table.find("\ntime distance velocity rpm gear throttle brake steering acc_x acc_z lap sector laptime\n"
                          "0.000000 0.000000 "),
               std::string::npos);
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+#define TARVIK_UNDER_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define TARVIK_UNDER_SANITIZER 1
+#endif
+#endif
+
+TEST(Sgf2AsciiTest, SmallMemoryReportsAndEndsCleanly)
+{
+#ifdef TARVIK_UNDER_SANITIZER
+    GTEST_SKIP() << "the sanitizers reserve more address space than the limit allows";
+#else
+    // 20 signals of 1 000 000 samples need 80 MB; the process gets 40 MB of address space.
+    TempDir dir;
+    SgfWriter w;
+    std::vector<float> samples(1000000, 1.0f);
+    w.Add("time", samples);
+    w.Add("distance", samples);
+    for (int i = 0; i < 18; i++) w.Add("s" + std::to_string(i), samples);
+    ASSERT_TRUE(w.Save(dir.File("big.sgf")));
+    RunResult r = RunCommand("ulimit -v 40000; " + ShellQuote(SGF2ASCII_PATH) + " big.sgf out.txt", dir.Path());
+    EXPECT_TRUE(r.exitCode == 0 || r.exitCode == 3) << r.exitCode << "\n" << r.err;
+    EXPECT_NE(r.err.find("out of memory"), std::string::npos) << r.err;
+    EXPECT_NE(ReadFile(dir.File("QLOG.txt")).find("out of memory"), std::string::npos);
+#endif
+}
+
+TEST(Sgf2AsciiTest, ValgrindFindsNoErrorOnTheExamples)
+{
+#ifdef TARVIK_UNDER_SANITIZER
+    GTEST_SKIP() << "valgrind and the sanitizers don't run together";
+#else
+    TempDir dir;
+    if (RunCommand("command -v valgrind", dir.Path()).exitCode != 0) GTEST_SKIP() << "no valgrind here";
+    for (const char* example : {"lap.sgf", "run.txt"}) {
+        RunResult r = RunCommand("valgrind -q --error-exitcode=1 --leak-check=full --errors-for-leak-kinds=definite " +
+                                     ShellQuote(SGF2ASCII_PATH) + " " +
+                                     ShellQuote(std::string(EXAMPLES_DIR) + "/" + example) + " out.txt",
+                                 dir.Path());
+        EXPECT_EQ(r.exitCode, 0) << example << "\n" << r.err;
+        EXPECT_NE(r.err.find("Exporting to ASCII succesful."), std::string::npos) << r.err;
+    }
+#endif
 }

@@ -1,6 +1,6 @@
 #include "foundation/qfile.h"
 
-#include "foundation/qlib.h"
+#include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 #include "foundation/qstring.h"
 

@@ -2,7 +2,7 @@
 
 #include "foundation/qeval.h"
 #include "foundation/qfile.h"
-#include "foundation/qlib.h"
+#include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 #include "platform/platform.h"
 

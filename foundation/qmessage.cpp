@@ -1,7 +1,7 @@
 #include "foundation/qmessage.h"
 
 #include "foundation/qapphooks.h"
-#include "foundation/qlib.h"
+#include "foundation/qhelpers.h"
 #include "platform/platform.h"
 
 #include <cstdarg>

@@ -1,6 +1,6 @@
 #include "foundation/qobject.h"
 
-#include "foundation/qlib.h"
+#include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 
 namespace tarvik {

@@ -1,6 +1,6 @@
 #include "telemetry/analyse_export.h"
 
-#include "foundation/qlib.h"
+#include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 #include "platform/platform.h"
 #include "telemetry/analyse_modifier.h"

@@ -1,6 +1,6 @@
 #include "telemetry/analyse_signals.h"
 
-#include "foundation/qlib.h"
+#include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 #include "telemetry/analyse_signaltypes.h"
 

@@ -1,5 +1,5 @@
 #include "foundation/qfile.h"
-#include "foundation/qlib.h"
+#include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 #include "foundation/qstring.h"
 #include "tests/support/testsupport.h"

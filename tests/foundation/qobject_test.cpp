@@ -1,5 +1,5 @@
 #include "foundation/qfile.h"
-#include "foundation/qlib.h"
+#include "foundation/qhelpers.h"
 #include "foundation/qobject.h"
 #include "tests/support/testsupport.h"
 

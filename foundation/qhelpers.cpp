@@ -1,4 +1,4 @@
-#include "foundation/qlib.h"
+#include "foundation/qhelpers.h"
 
 #include "foundation/qmessage.h"
 

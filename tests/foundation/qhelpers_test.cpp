@@ -1,5 +1,5 @@
 // Cases for the counted allocation and stream wrappers and the small text helpers.
-#include "foundation/qlib.h"
+#include "foundation/qhelpers.h"
 
 #include "foundation/qmessage.h"
 
@@ -11,7 +11,7 @@
 
 using namespace tarvik;
 
-TEST(QLibTest, AllocationsAreCountedUntilFreed)
+TEST(QHelpersTest, AllocationsAreCountedUntilFreed)
 {
     int before = qGetAllocCount();
     void* a = qmalloc(16);
@@ -25,7 +25,7 @@ TEST(QLibTest, AllocationsAreCountedUntilFreed)
     EXPECT_EQ(before, qGetAllocCount());
 }
 
-TEST(QLibTest, FailedAllocationIsCountedAllTheSame)
+TEST(QHelpersTest, FailedAllocationIsCountedAllTheSame)
 {
     int before = qGetAllocCount();
     qSetAllocFailure(1);
@@ -43,7 +43,7 @@ TEST(QLibTest, FailedAllocationIsCountedAllTheSame)
     EXPECT_EQ(before, qGetAllocCount());
 }
 
-TEST(QLibTest, StrdupCopiesIntoACountedZeroedBlock)
+TEST(QHelpersTest, StrdupCopiesIntoACountedZeroedBlock)
 {
     int before = qGetAllocCount();
     const char text[] = "hello";
@@ -61,20 +61,20 @@ TEST(QLibTest, StrdupCopiesIntoACountedZeroedBlock)
     EXPECT_EQ(before, qGetAllocCount());
 }
 
-TEST(QLibTest, StrlenCountsCharacters)
+TEST(QHelpersTest, StrlenCountsCharacters)
 {
     EXPECT_EQ(0, qstrlen(""));
     EXPECT_EQ(5, qstrlen("ab\xe9\xff!"));
 }
 
-TEST(QLibTest, StrlwrLowerCasesInPlaceWithTheStandardTable)
+TEST(QHelpersTest, StrlwrLowerCasesInPlaceWithTheStandardTable)
 {
     char text[] = "AbC-Z\xc0\xde";
     EXPECT_EQ(text, qstrlwr(text));
     EXPECT_STREQ("abc-z\xc0\xde", text); // Latin-1 capitals are left to the "C" locale
 }
 
-TEST(QLibTest, ToUpperMapsLatin1LowerCaseLetters)
+TEST(QHelpersTest, ToUpperMapsLatin1LowerCaseLetters)
 {
     EXPECT_EQ(192, qtoupper(224));
     EXPECT_EQ(197, qtoupper(229));
@@ -87,7 +87,7 @@ TEST(QLibTest, ToUpperMapsLatin1LowerCaseLetters)
     EXPECT_EQ(221, qtoupper(253));
 }
 
-TEST(QLibTest, ToUpperLeavesOtherBytesToTheStandardTable)
+TEST(QHelpersTest, ToUpperLeavesOtherBytesToTheStandardTable)
 {
     EXPECT_EQ(230, qtoupper(230));
     EXPECT_EQ(247, qtoupper(247));
@@ -103,7 +103,7 @@ TEST(QLibTest, ToUpperLeavesOtherBytesToTheStandardTable)
     for (int c = 128; c < 224; c++) EXPECT_EQ(c, qtoupper(c)) << c;
 }
 
-TEST(QLibTest, StruprUsesTheLatin1Table)
+TEST(QHelpersTest, StruprUsesTheLatin1Table)
 {
     char text[] = "az\xe0\xe6\xf0\xf7\xfd\xfe\xff.";
     EXPECT_EQ(text, qstrupr(text));
@@ -116,7 +116,7 @@ TEST(QLibTest, StruprUsesTheLatin1Table)
     for (int i = 1; i < 256; i++) EXPECT_EQ(qtoupper(i), static_cast<unsigned char>(all[i - 1])) << i;
 }
 
-TEST(QLibTest, StruprOnEmptyTextTouchesNothing)
+TEST(QHelpersTest, StruprOnEmptyTextTouchesNothing)
 {
     char text[] = {'\0', 'x', '\0'};
     EXPECT_EQ(text, qstrupr(text));
@@ -124,7 +124,7 @@ TEST(QLibTest, StruprOnEmptyTextTouchesNothing)
     EXPECT_EQ('x', text[1]);
 }
 
-TEST(QLibTest, FopenAndFcloseKeepTheOpenFileCount)
+TEST(QHelpersTest, FopenAndFcloseKeepTheOpenFileCount)
 {
     test::TempDir dir;
     int before = qGetOpenFileCount();
@@ -140,7 +140,7 @@ TEST(QLibTest, FopenAndFcloseKeepTheOpenFileCount)
     EXPECT_EQ("data", test::ReadFile(dir.File("out.txt")));
 }
 
-TEST(QLibTest, FcloseOfNullIsReportedAndIgnored)
+TEST(QHelpersTest, FcloseOfNullIsReportedAndIgnored)
 {
     test::TempDir dir(true); // the report also goes to QLOG.txt in the working directory
     qmsgReset(); // a fold with an earlier identical report would keep the line out of this log

@@ -23,32 +23,29 @@ bool IsTimeOrDistance(const qstring& id) { return id == "time" || id == "distanc
 // every int never matches.
 bool IsLap(float value, int32_t lap) { return double(std::round(value)) == double(lap); }
 
-void WriteHead(PTextOut& out, const PSignals& set)
+// "# <Plural>: n", then "# <Title> i: name = value" for each pair, then "#".
+void WritePairs(PTextOut& out, const char* plural, const char* title, const qstring* names, const qstring* values,
+                int count)
 {
     char line[64];
+    std::snprintf(line, sizeof line, "# %s: %d\n", plural, count);
+    out.Text(line);
+    for (int i = 0; i < count; i++) {
+        std::snprintf(line, sizeof line, "# %s %d: ", title, i + 1);
+        out.Text(line);
+        out.Text(names[i].cstr());
+        out.Text(" = ");
+        out.Text(values[i].cstr());
+        out.Char('\n');
+    }
+    out.Text("#\n");
+}
+
+void WriteHead(PTextOut& out, const PSignals& set)
+{
     out.Text("#\n# ASCII signal export\n# Writer: Ostrand PSignals exporter v1.2\n#\n");
-    std::snprintf(line, sizeof line, "# Properties: %d\n", set.propertyCount);
-    out.Text(line);
-    for (int i = 0; i < set.propertyCount; i++) {
-        std::snprintf(line, sizeof line, "# Property %d: ", i + 1);
-        out.Text(line);
-        out.Text(set.propertyName[i].cstr());
-        out.Text(" = ");
-        out.Text(set.propertyValue[i].cstr());
-        out.Char('\n');
-    }
-    out.Text("#\n");
-    std::snprintf(line, sizeof line, "# Metaproperties: %d\n", set.metaCount);
-    out.Text(line);
-    for (int i = 0; i < set.metaCount; i++) {
-        std::snprintf(line, sizeof line, "# Metaproperty %d: ", i + 1);
-        out.Text(line);
-        out.Text(set.metaName[i].cstr());
-        out.Text(" = ");
-        out.Text(set.metaValue[i].cstr());
-        out.Char('\n');
-    }
-    out.Text("#\n");
+    WritePairs(out, "Properties", "Property", set.propertyName, set.propertyValue, set.propertyCount);
+    WritePairs(out, "Metaproperties", "Metaproperty", set.metaName, set.metaValue, set.metaCount);
 }
 
 } // namespace

@@ -27,7 +27,8 @@ const char* QLanguage::Find(const char* key) const
 const char* QLanguage::Get(const char* key, const char* def) const
 {
     if (const char* text = Find(key)) return text;
-    if (def) return def;
+    // The further table is asked without 'def', so past the end of the chain its "?key?" stands.
+    if (def && !further) return def;
     static char unknown[1024];
     std::snprintf(unknown, sizeof unknown, "?%s?", key ? key : "");
     return unknown;

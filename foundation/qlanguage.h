@@ -18,8 +18,9 @@ public:
     void SetFurther(QLanguage* language) { further = language; } // borrowed
     int GetCount() const { return count; }
 
-    // The text of the first entry with this key; else the further table's, without 'def'; else
-    // 'def', or "?key?" in a static buffer of 1024 characters.
+    // The text of the first entry with this key; else the further table's answer to the key alone
+    // (without 'def', so "?key?" if no table of the chain has it); with no further table 'def', or
+    // "?key?" in a static buffer of 1024 characters.
     const char* Get(const char* key, const char* def = nullptr) const;
 
 private:

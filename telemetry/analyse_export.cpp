@@ -142,6 +142,7 @@ bool PSignals::ExportASCII(const PExportOptions& options)
     float lastDistance = -999999.0f;
     float baseTime = 0.0f;
     bool first = true;
+    const size_t rowBytes = (columns.size() + 2) * (MAX_FLOAT_F6 + 1) + 1;
     for (int n = 0; n < rows; n++) {
         if (filterLap) {
             // Samples past the end of a short lap signal belong to no lap.
@@ -152,13 +153,14 @@ bool PSignals::ExportASCII(const PExportOptions& options)
             baseTime = time;
             first = false;
         }
-        out.Float(time - baseTime);
+        char* p = out.Reserve(rowBytes);
+        p += FormatFloatF6(p, time - baseTime);
 
         // Missing samples of a short distance signal are absent: the column just keeps rising.
         float d = n < distance->count ? distance->data[n] : -std::numeric_limits<float>::infinity();
         if (lastDistance + 0.001f > d) d = lastDistance + 0.001f;
-        out.Char(separator);
-        out.Float(d);
+        *p++ = separator;
+        p += FormatFloatF6(p, d);
         lastDistance = d;
 
         for (const Column& c : columns) {
@@ -167,10 +169,11 @@ bool PSignals::ExportASCII(const PExportOptions& options)
             if (c.trigger) v = s->GetTriggerValue(n);
             else if (n < s->count) v = s->data[n] * c.factor;
             else v = s->GetValue(n) * c.factor; // reports the short signal
-            out.Char(separator);
-            out.Float(v);
+            *p++ = separator;
+            p += FormatFloatF6(p, v);
         }
-        out.Char('\n');
+        *p++ = '\n';
+        out.Commit(p);
     }
     bool written = out.Flush();
     if (qfclose(f) != 0) written = false;

@@ -1,14 +1,16 @@
 #include "telemetry/analyse_textout.h"
 
-#include <cstdint>
-#include <cstring>
-
 namespace tarvik {
+
+namespace f6 {
+
+const char pairs[201] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                        "8081828384858687888990919293949596979899";
 
 namespace {
 
-// Prints m * 2^e, a whole number of up to 128 bits and more, by long division of its 256-bit form.
-// Only floats above 2^83 come here; telemetry rarely holds them.
+// Prints m * 2^e (e >= 0), a whole number of up to 128 bits, by long division of its 256-bit form.
 int PrintBigWhole(char* out, uint32_t m, int e)
 {
     uint32_t words[8] = {0};
@@ -32,99 +34,33 @@ int PrintBigWhole(char* out, uint32_t m, int e)
     return n;
 }
 
-const char pairs[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-                     "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-                     "8081828384858687888990919293949596979899";
-
-int WriteWhole(char* out, uint64_t v)
-{
-    char rev[24];
-    int r = 0;
-    while (v >= 100) {
-        const char* d = pairs + 2 * (v % 100);
-        v /= 100;
-        rev[r++] = d[1];
-        rev[r++] = d[0];
-    }
-    if (v >= 10) {
-        rev[r++] = pairs[2 * v + 1];
-        rev[r++] = pairs[2 * v];
-    } else {
-        rev[r++] = char('0' + v);
-    }
-    for (int i = 0; i < r; i++) out[i] = rev[r - 1 - i];
-    return r;
-}
-
-// ".dddddd"
-int WriteFraction(char* out, uint32_t frac)
-{
-    out[0] = '.';
-    const uint32_t hi = frac / 10000, mid = frac / 100 % 100, lo = frac % 100;
-    std::memcpy(out + 1, pairs + 2 * hi, 2);
-    std::memcpy(out + 3, pairs + 2 * mid, 2);
-    std::memcpy(out + 5, pairs + 2 * lo, 2);
-    return 7;
-}
-
 } // namespace
 
-int FormatFloatF6(char* out, float value)
+int FormatRare(char* out, float value)
 {
     uint32_t bits;
     std::memcpy(&bits, &value, 4);
     const int biased = int(bits >> 23 & 0xFF);
     const uint32_t fraction = bits & 0x7FFFFF;
     char* p = out;
-    if (bits >> 31) *p++ = '-'; // also for -0 and for negatives that round to zero
+    if (bits >> 31) *p++ = '-';
     if (biased == 0xFF) {
         std::memcpy(p, fraction ? "nan" : "inf", 3);
         return int(p - out) + 3;
     }
-    // value = m * 2^e exactly, so value * 10^6 = m * 5^6 * 2^(e+6): an integer shifted by k.
-    const uint32_t m = biased ? (fraction | 0x800000u) : fraction;
-    const int e = biased ? biased - 150 : -149;
-    const int k = e + 6;
-    if (k > 89) { // m * 5^6 < 2^38: shifted further it leaves 128 bits; the value has no fraction
-        p += PrintBigWhole(p, m, e);
-        std::memcpy(p, ".000000", 7);
-        return int(p - out) + 7;
-    }
-    // Whole values of up to 2^25 millionths times 2^38 fit 64 bits; only huge ones need 128.
-    const uint64_t n = uint64_t(m) * 15625u; // m * 5^6 < 2^38
-    uint64_t whole, frac;
-    if (k > 25) {
-        typedef unsigned __int128 u128;
-        const u128 q = u128(n) << k;
-        const u128 w = q / 1000000;
-        frac = uint64_t(q % 1000000);
-        char rev[48];
-        int r = 0;
-        u128 x = w;
-        do {
-            rev[r++] = char('0' + int(x % 10));
-            x /= 10;
-        } while (x);
-        while (r > 0) *p++ = rev[--r];
-        return int(p - out) + WriteFraction(p, uint32_t(frac));
-    }
-    uint64_t q; // value * 10^6, rounded half to even as printf rounds
-    if (k >= 0) {
-        q = n << k;
-    } else if (k <= -40) {
-        q = 0; // n < 2^38 lies below half of 2^-k
+    // Here the value is at least 2^43 and so a whole number: m * 2^e with e >= 20.
+    const uint32_t m = fraction | 0x800000u;
+    const int e = biased - 150;
+    if (e <= 40) { // m < 2^24: the shift stays within 64 bits
+        p = WholeDigits(p, uint64_t(m) << e);
     } else {
-        const int sh = -k;
-        q = n >> sh;
-        const uint64_t rest = n & ((uint64_t(1) << sh) - 1);
-        const uint64_t half = uint64_t(1) << (sh - 1);
-        if (rest > half || (rest == half && (q & 1))) q++;
+        p += PrintBigWhole(p, m, e);
     }
-    whole = q / 1000000;
-    frac = q % 1000000;
-    p += WriteWhole(p, whole);
-    return int(p - out) + WriteFraction(p, uint32_t(frac));
+    std::memcpy(p, ".000000", 7);
+    return int(p - out) + 7;
 }
+
+} // namespace f6
 
 PTextOut::PTextOut(FILE* s) : stream(s), buffer(new char[BUFFER_BYTES]), failed(false)
 {

@@ -6,14 +6,18 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace tarvik {
 
+enum { MAX_FLOAT_F6 = 48 }; // the longest "%f" of a float: "-340282346638528859811704183484516925440.000000"
+
 // Writes 'value' as "%f" does for a float widened to double: six decimals, correctly rounded
 // (ties to even), "-" for negative values including -0, and "nan", "-nan", "inf", "-inf".
-// 'out' has room for at least 64 characters; returns the number written (no terminator).
-int FormatFloatF6(char* out, float value);
+// 'out' has room for MAX_FLOAT_F6 characters; returns the number written (no terminator).
+inline int FormatFloatF6(char* out, float value);
 
 class PTextOut {
 public:
@@ -32,9 +36,19 @@ public:
     void Text(const char* text);
     void Float(float value)
     {
-        if (end - pos < 64) Drain();
+        if (end - pos < MAX_FLOAT_F6) Drain();
         pos += FormatFloatF6(pos, value);
     }
+
+    // Room for 'bytes' at once (at most BUFFER_BYTES): write there, then Commit the new end.
+    // A table row reserves once, so its values need no checks of their own.
+    char* Reserve(size_t bytes)
+    {
+        if (size_t(end - pos) < bytes) Drain();
+        return pos;
+    }
+    void Commit(char* newPos) { pos = newPos; }
+
     bool Flush(); // writes what is buffered; false if any write so far failed
     bool Failed() const { return failed; }
 
@@ -47,5 +61,67 @@ private:
     char* end;
     bool failed;
 };
+
+// --- the formatter's fast path, inline for the export's row loop -----------------------------------
+
+namespace f6 {
+
+extern const char pairs[201];
+int FormatRare(char* out, float value); // NaN, infinities and values above 2^43: out of line
+
+inline char* WholeDigits(char* p, uint64_t v)
+{
+    int len = 1; // telemetry's whole parts are short: count with comparisons, not divisions
+    if (v >= 10) len = v >= 100 ? v >= 1000 ? v >= 10000 ? v >= 100000 ? 6 : 5 : 4 : 3 : 2;
+    for (uint64_t t = v / 1000000; t > 0; t /= 10) len++;
+    char* q = p + len;
+    while (v >= 100) {
+        q -= 2;
+        std::memcpy(q, pairs + 2 * (v % 100), 2);
+        v /= 100;
+    }
+    if (v >= 10) std::memcpy(q - 2, pairs + 2 * v, 2);
+    else q[-1] = char('0' + v);
+    return p + len;
+}
+
+} // namespace f6
+
+inline int FormatFloatF6(char* out, float value)
+{
+    uint32_t bits;
+    std::memcpy(&bits, &value, 4);
+    const int biased = int(bits >> 23 & 0xFF);
+    // value = m * 2^e exactly, so value * 10^6 = m * 5^6 * 2^(e+6), an integer shifted by k = e + 6.
+    // Up to k = 25 (values below 2^43) the product fits 64 bits; the rest goes out of line.
+    const int k = (biased ? biased - 150 : -149) + 6;
+    if (biased == 0xFF || k > 25) return f6::FormatRare(out, value);
+    const uint64_t m = biased ? ((bits & 0x7FFFFFu) | 0x800000u) : (bits & 0x7FFFFFu);
+    const uint64_t n = m * 15625u; // m * 5^6 < 2^38
+    uint64_t q;                    // value * 10^6, rounded half to even as printf rounds
+    if (k >= 0) {
+        q = n << k;
+    } else if (k <= -40) {
+        q = 0; // n < 2^38 lies below half of 2^-k
+    } else {
+        const int s = -k;
+        q = n >> s;
+        const uint64_t rest = n & ((uint64_t(1) << s) - 1);
+        const uint64_t half = uint64_t(1) << (s - 1);
+        q += rest > half || (rest == half && (q & 1));
+    }
+    char* p = out;
+    *p = '-';
+    p += bits >> 31; // also for -0 and for negatives that round to zero
+    const uint64_t whole = q / 1000000;
+    const uint32_t frac = uint32_t(q - whole * 1000000);
+    p = f6::WholeDigits(p, whole);
+    const uint32_t hi = frac / 10000, rest = frac - hi * 10000, mid = rest / 100, lo = rest - mid * 100;
+    p[0] = '.';
+    std::memcpy(p + 1, f6::pairs + 2 * hi, 2);
+    std::memcpy(p + 3, f6::pairs + 2 * mid, 2);
+    std::memcpy(p + 5, f6::pairs + 2 * lo, 2);
+    return int(p + 7 - out);
+}
 
 } // namespace tarvik

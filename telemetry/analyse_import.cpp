@@ -70,6 +70,32 @@ int ReadPairs(QFile& file, qstring* names, qstring* values, int count, int* badL
     return count;
 }
 
+// A table of text pairs: an int32 count, then the pairs. 'count' gets the pairs read; false, with
+// the warning, for a count above 'max' (then 0), a negative one, or a text of negative length.
+bool ReadTable(QFile& file, const char* fileName, const char* plural, const char* singular, int max,
+               qstring* names, qstring* values, int32_t* count)
+{
+    int32_t announced = ReadInt32(file);
+    if (announced > max) {
+        QWARNING("PSignals:ImportSGF(%s): too many %s defined (%d defined, max %d)", fileName, plural, announced, max);
+        *count = 0;
+        return false;
+    }
+    if (announced < 0) {
+        QWARNING("PSignals:ImportSGF(%s): negative number of %s (%d)", fileName, plural, announced);
+        *count = 0;
+        return false;
+    }
+    int badLength = 0;
+    *count = ReadPairs(file, names, values, announced, &badLength);
+    if (*count < announced) {
+        QWARNING("PSignals:ImportSGF(%s): text of negative length (%d) in %s %d", fileName, badLength, singular,
+                 *count + 1);
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 bool PSignals::ImportSGF(const char* name)
@@ -106,25 +132,8 @@ bool PSignals::ReadSGF(QFile& file)
         QWARNING("PSignals:ImportSGF(); no properties found");
         return false;
     }
-    int32_t count = ReadInt32(file);
-    if (count > MAX_PROPERTIES) {
-        QWARNING("PSignals:ImportSGF(%s): too many properties defined (%d defined, max %d)", name, count,
-                 int(MAX_PROPERTIES));
-        propertyCount = 0;
+    if (!ReadTable(file, name, "properties", "property", MAX_PROPERTIES, propertyName, propertyValue, &propertyCount))
         return false;
-    }
-    if (count < 0) {
-        QWARNING("PSignals:ImportSGF(%s): negative number of properties (%d)", name, count);
-        propertyCount = 0;
-        return false;
-    }
-    int badLength = 0;
-    propertyCount = ReadPairs(file, propertyName, propertyValue, count, &badLength);
-    if (propertyCount < count) {
-        QWARNING("PSignals:ImportSGF(%s): text of negative length (%d) in property %d", name, badLength,
-                 propertyCount + 1);
-        return false;
-    }
 
     if (!ReadTag(file, "MPRP")) {
         QWARNING("PSignals:ImportSGF(); no meta-properties found (old file format)");
@@ -132,25 +141,9 @@ bool PSignals::ReadSGF(QFile& file)
         // Old files hold 8 bytes between the properties and the first chunk: the 4 just compared
         // with the tag and 4 more.
         file.Seek(4, QFile::SEEK_FROM_HERE);
-    } else {
-        count = ReadInt32(file);
-        if (count > MAX_METAPROPERTIES) {
-            QWARNING("PSignals:ImportSGF(%s): too many meta-properties defined (%d defined, max %d)", name, count,
-                     int(MAX_METAPROPERTIES));
-            metaCount = 0;
-            return false;
-        }
-        if (count < 0) {
-            QWARNING("PSignals:ImportSGF(%s): negative number of meta-properties (%d)", name, count);
-            metaCount = 0;
-            return false;
-        }
-        metaCount = ReadPairs(file, metaName, metaValue, count, &badLength);
-        if (metaCount < count) {
-            QWARNING("PSignals:ImportSGF(%s): text of negative length (%d) in meta-property %d", name, badLength,
-                     metaCount + 1);
-            return false;
-        }
+    } else if (!ReadTable(file, name, "meta-properties", "meta-property", MAX_METAPROPERTIES, metaName, metaValue,
+                          &metaCount)) {
+        return false;
     }
 
     int32_t longest = 0; // the most samples of a signal loaded so far

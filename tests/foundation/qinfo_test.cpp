@@ -677,7 +677,7 @@ TEST_F(QInfoTest, DeeplyNestedFileReadsAndFreesWithoutRecursion)
     EXPECT_EQ(Get(*info, "g1.g2"), missing);
     info.reset();
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    EXPECT_LT(seconds, 10.0);
+    EXPECT_LT(seconds, 60.0); // a guard against quadratic work (minutes), not a speed goal
 }
 
 TEST_F(QInfoTest, MillionKeysReadAndAnswerQuickly)
@@ -696,5 +696,5 @@ TEST_F(QInfoTest, MillionKeysReadAndAnswerQuickly)
     EXPECT_EQ(info->GetInt("big.k1000000", -1), -1);
     info.reset();
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    EXPECT_LT(seconds, 10.0);
+    EXPECT_LT(seconds, 60.0); // a guard against quadratic work (minutes), not a speed goal
 }

@@ -9,6 +9,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#else
+#include <cmath>
+#endif
 
 namespace tarvik {
 
@@ -67,7 +72,17 @@ private:
 namespace f6 {
 
 extern const char pairs[201];
-int FormatRare(char* out, float value); // NaN, infinities and values above 2^43: out of line
+int FormatRare(char* out, float value); // NaN, infinities and values from 2^43 up: out of line
+
+// Nearest integer, ties to even (the default rounding mode), of a value below 2^63.
+inline uint64_t RoundToInteger(double x)
+{
+#if defined(__SSE2__)
+    return uint64_t(_mm_cvtsd_si64(_mm_set_sd(x)));
+#else
+    return uint64_t(std::nearbyint(x));
+#endif
+}
 
 inline char* WholeDigits(char* p, uint64_t v)
 {
@@ -91,25 +106,15 @@ inline int FormatFloatF6(char* out, float value)
 {
     uint32_t bits;
     std::memcpy(&bits, &value, 4);
-    const int biased = int(bits >> 23 & 0xFF);
-    // value = m * 2^e exactly, so value * 10^6 = m * 5^6 * 2^(e+6), an integer shifted by k = e + 6.
-    // Up to k = 25 (values below 2^43) the product fits 64 bits; the rest goes out of line.
-    const int k = (biased ? biased - 150 : -149) + 6;
-    if (biased == 0xFF || k > 25) return f6::FormatRare(out, value);
-    const uint64_t m = biased ? ((bits & 0x7FFFFFu) | 0x800000u) : (bits & 0x7FFFFFu);
-    const uint64_t n = m * 15625u; // m * 5^6 < 2^38
-    uint64_t q;                    // value * 10^6, rounded half to even as printf rounds
-    if (k >= 0) {
-        q = n << k;
-    } else if (k <= -40) {
-        q = 0; // n < 2^38 lies below half of 2^-k
-    } else {
-        const int s = -k;
-        q = n >> s;
-        const uint64_t rest = n & ((uint64_t(1) << s) - 1);
-        const uint64_t half = uint64_t(1) << (s - 1);
-        q += rest > half || (rest == half && (q & 1));
-    }
+    const uint32_t biased = bits >> 23 & 0xFF;
+    // Up to 2^43 (and for NaN and the infinities, never) the fast path: the magnitude times 10^6
+    // is exact in a double (24 significant bits times 20), and the conversion to an integer in the
+    // default rounding mode rounds half to even, as printf does.
+    if (biased >= 127 + 43) return f6::FormatRare(out, value);
+    const uint32_t magnitudeBits = bits & 0x7FFFFFFFu;
+    float magnitude;
+    std::memcpy(&magnitude, &magnitudeBits, 4);
+    const uint64_t q = f6::RoundToInteger(double(magnitude) * 1e6); // value * 10^6
     char* p = out;
     *p = '-';
     p += bits >> 31; // also for -0 and for negatives that round to zero

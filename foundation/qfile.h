@@ -55,6 +55,8 @@ public:
     bool Seek(long offset, int origin);
     void Flush();
     FILE* GetStream() const { return stream; } // for direct bulk reads; null in memory mode
+    const uint8_t* GetMemory() const { return mem; } // the block in memory mode, else null
+    int GetMemorySize() const { return memSize; }
 
     int Read(void* buffer, int n);
     int ReadBE16(void* value);

@@ -2,7 +2,8 @@
 # Installs the Debian packages the tree builds and tests with, when they are missing. Run as root.
 set -euo pipefail
 
-packages=(cmake g++ make libgtest-dev valgrind clang libclang-rt-14-dev time)
+packages=(cmake g++ make libgtest-dev valgrind clang libclang-rt-14-dev time
+          libjpeg62-turbo-dev libjpeg-turbo-progs imagemagick)
 
 missing=()
 for p in "${packages[@]}"; do

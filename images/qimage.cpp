@@ -1,0 +1,92 @@
+#include "images/qimage.h"
+
+#include "images/qimage_file.h"
+
+#include "foundation/qhelpers.h"
+#include "foundation/qmessage.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+namespace tarvik {
+
+QImageLoad QImageLoadFile(const char* name, uint8_t** data, long* size)
+{
+    *data = nullptr;
+    *size = 0;
+    FILE* f = name ? qfopen(name, "rb") : nullptr;
+    if (!f) return QIMAGE_LOAD_MISSING;
+    long length = -1;
+    if (std::fseek(f, 0, SEEK_END) == 0) length = std::ftell(f);
+    std::fseek(f, 0, SEEK_SET);
+    // One byte more than the file: an empty file still gets a block to point at.
+    uint8_t* block = length >= 0 && length < INT_MAX ? static_cast<uint8_t*>(qmalloc(size_t(length) + 1)) : nullptr;
+    if (!block) {
+        qfclose(f);
+        return QIMAGE_LOAD_NO_MEMORY;
+    }
+    size_t got = std::fread(block, 1, size_t(length), f);
+    qfclose(f);
+    *data = block;
+    *size = long(got); // a file that shrank under us holds what could be read
+    return QIMAGE_LOAD_OK;
+}
+
+QImage::QImage(const char* fileName, int depth_, int wid_, int hgt_, int flags_)
+    : QBitMap(depth_, wid_, hgt_, flags_), byteSwap(false), error(0)
+{
+    SetName(fileName);
+    if (Read(fileName)) {
+        error = 0;
+    } else {
+        QWARNING("QImage ctor: can't load '%s'", fileName ? fileName : "(null)");
+        error = 1;
+    }
+}
+
+QImage::~QImage() {}
+
+void QImage::DbgReport() const
+{
+    const char* name = GetName();
+    const char* file = std::strcmp(name, "<null-named>") == 0 ? "<undefined>" : name;
+    QINFO("@%p: Object %s (class %s) fileName='%s'\n", static_cast<const void*>(this), name, ClassName(), file);
+}
+
+int QImage::GetImageFileType(const char* fileName)
+{
+    char upper[256];
+    std::snprintf(upper, sizeof upper, "%s", fileName ? fileName : "");
+    qstrupr(upper);
+    static const struct { const char* text; int type; } kinds[] = {
+        {".RGB", QIMAGE_RGB}, {".TGA", QIMAGE_TGA}, {".JPG", QIMAGE_JPG}, {".JPE", QIMAGE_JPG},
+        {".PSD", QIMAGE_PSD}, {".MIP", QIMAGE_MIP}, {".PNG", QIMAGE_PNG}, {".BMP", QIMAGE_BMP},
+    };
+    for (const auto& k : kinds)
+        if (std::strstr(upper, k.text)) return k.type;
+    return QIMAGE_UNKNOWN;
+}
+
+bool QImage::Read(const char* fileName)
+{
+    switch (GetImageFileType(fileName)) {
+    case QIMAGE_RGB: return ReadRGB(fileName);
+    case QIMAGE_TGA: return ReadTGA(fileName);
+    case QIMAGE_JPG: return ReadJPG(fileName);
+    case QIMAGE_BMP: return ReadBMP(fileName);
+    case QIMAGE_PSD: return ReadPSD(fileName);
+    case QIMAGE_MIP: return ReadMIP(fileName);
+    case QIMAGE_PNG: return true; // recognised, but there is no reader: nothing is loaded
+    default: return false;
+    }
+}
+
+// Until the PSD reader exists a PSD is a picture of no pixels, which is what a failed parse gives.
+bool QImage::ReadPSD(const char* fileName)
+{
+    QWARNING("QImage: can't read PSD '%s'\n", fileName);
+    return false;
+}
+
+} // namespace tarvik

@@ -8,7 +8,12 @@ top=$(cd "$here/.." && pwd)
 seconds=${1:?usage: fuzz/run.sh SECONDS [target ...]}
 shift
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(sgf ascii modifier qinfo eval qsplit qmatch)
+if [ ${#targets[@]} -eq 0 ]; then
+  for f in "$here"/fuzz_*.cpp; do
+    t=$(basename "$f" .cpp); t=${t#fuzz_}
+    [ "$t" = common ] || targets+=("$t")
+  done
+fi
 
 bash "$top/tools/install-deps.sh"
 CC=clang CXX=clang++ cmake -S "$top" -B "$top/build-fuzz" -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -1,0 +1,301 @@
+// QRect, QColor, QDrawable, QBitMap's pixels, the blits and the blit queue.
+#include "images/qbitmap.h"
+
+#include "foundation/qhelpers.h"
+#include "foundation/qmessage.h"
+#include "tests/support/testsupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+using namespace tarvik;
+using namespace tarvik::test;
+
+namespace {
+
+// Runs 'body' in a fresh directory and gives the warnings it logged, times cut off.
+template <class F> std::string LogOf(F body)
+{
+    TempDir dir(true);
+    qmsgReset();
+    testing::internal::CaptureStderr();
+    body();
+    testing::internal::GetCapturedStderr();
+    return LogWithoutTimes(ReadFile(dir.File("QLOG.txt")));
+}
+
+bool Logged(const std::string& log, const std::string& text) { return log.find("[-] " + text + " [") != std::string::npos; }
+
+void Fill(QBitMap& bm, uint8_t seed)
+{
+    uint8_t* p = bm.GetMemory();
+    for (int i = 0; i < bm.GetMemSize(); i++) p[i] = uint8_t(seed + i * 7);
+}
+
+// A canvas stand-in: the hooks count what the images ask of a canvas.
+int canvasDeletes, queueExecutions;
+QBlitQueue* executedQueue;
+void CountDelete(QCanvas*) { canvasDeletes++; }
+void ExecuteQueue(QCanvas*)
+{
+    queueExecutions++;
+    executedQueue->numEntries = 0;
+}
+const QCanvasHooks countingHooks = {CountDelete, ExecuteQueue};
+
+struct HooksInstalled {
+    HooksInstalled() { canvasDeletes = queueExecutions = 0; qcanvasHooks = &countingHooks; }
+    ~HooksInstalled() { qcanvasHooks = nullptr; }
+};
+
+} // namespace
+
+TEST(QRectTest, ContainsIsHalfOpenAndInsetKeepsOnePixel)
+{
+    QRect r(10, 20, 5, 3);
+    EXPECT_TRUE(r.Contains(10, 20));
+    EXPECT_TRUE(r.Contains(14, 22));
+    EXPECT_FALSE(r.Contains(15, 20));
+    EXPECT_FALSE(r.Contains(10, 23));
+    EXPECT_FALSE(r.Contains(9, 20));
+    QRect edge(0x7FFFFFF0, 0, 0x7FFFFFFF, 1); // the far edge lies beyond the int range
+    EXPECT_TRUE(edge.Contains(0x7FFFFFFF, 0));
+
+    r.Inset(1);
+    EXPECT_EQ(r.x, 11);
+    EXPECT_EQ(r.y, 21);
+    EXPECT_EQ(r.wid, 3);
+    EXPECT_EQ(r.hgt, 1);
+    r.Inset(5);
+    EXPECT_EQ(r.wid, 1);
+    EXPECT_EQ(r.hgt, 1);
+}
+
+TEST(QColorTest, PacksRedHighestAlphaLowest)
+{
+    QColor c(1, 2, 3, 4);
+    EXPECT_EQ(c.GetRGBA(), 0x01020304u);
+    c.Set(255, 0, 128, 7);
+    EXPECT_EQ(c.GetRGBA(), 0xFF008007u);
+    QColor d(0u);
+    d.Set(&c);
+    EXPECT_EQ(d.GetRGBA(), 0xFF008007u);
+    EXPECT_STREQ(d.ClassName(), "QColor");
+}
+
+TEST(QDrawableTest, BaseOperationsReportAndCanvasIsDeletedWithTheDrawable)
+{
+    HooksInstalled hooks;
+    std::string log = LogOf([] {
+        QBitMap bm(32, 1, 1, 0);
+        EXPECT_TRUE(bm.Create());
+        bm.Destroy();
+        EXPECT_EQ(bm.GetNativeHandle(), nullptr);
+        bm.SetCanvas(reinterpret_cast<QCanvas*>(&bm));
+    });
+    EXPECT_NE(log.find("(ERR  ): [-] QDrawable::Create() base class called ["), std::string::npos) << log;
+    EXPECT_NE(log.find("(ERR  ): [-] QDrawable::Destroy() base class called ["), std::string::npos) << log;
+    EXPECT_EQ(canvasDeletes, 1);
+}
+
+TEST(QBitMapTest, AllocSizesAndZeroesAndZeroSizesAllocateNothing)
+{
+    int before = qGetAllocCount();
+    {
+        QBitMap empty(32, 0, 0, 0);
+        EXPECT_EQ(empty.GetWidth(), 0);
+        EXPECT_EQ(empty.GetMemory(), nullptr);
+        EXPECT_EQ(qGetAllocCount(), before);
+
+        QBitMap bm(32, 3, 2, 8);
+        ASSERT_NE(bm.GetMemory(), nullptr);
+        EXPECT_EQ(bm.GetMemSize(), 24);
+        EXPECT_EQ(bm.GetFlags(), 8);
+        for (int i = 0; i < 24; i++) EXPECT_EQ(bm.GetMemory()[i], 0);
+        EXPECT_EQ(bm.GetAddress(1, 1), bm.GetMemory() + 16);
+
+        ASSERT_TRUE(bm.Alloc(8, 5, 3, 0, nullptr)); // another depth is sized, not drawn
+        EXPECT_EQ(bm.GetMemSize(), 15);
+        EXPECT_FALSE(bm.HasTransparency());
+        EXPECT_EQ(bm.KeyOutMagenta(), 0);
+    }
+    EXPECT_EQ(qGetAllocCount(), before);
+}
+
+TEST(QBitMapTest, ExternalMemoryIsAdoptedAndNeverFreed)
+{
+    uint8_t block[16] = {};
+    int before = qGetAllocCount();
+    {
+        QBitMap bm(32, 0, 0, 1);
+        ASSERT_TRUE(bm.Alloc(32, 2, 2, 1, block));
+        EXPECT_EQ(bm.GetFlags(), 1 | QBM_EXTERNAL_MEM);
+        bm.SetAlpha(9);
+        ASSERT_TRUE(bm.Alloc(32, 1, 1, 0, nullptr)); // replaces the block without freeing it
+        EXPECT_EQ(bm.GetFlags() & QBM_EXTERNAL_MEM, 0);
+        EXPECT_NE(bm.GetMemory(), block);
+        ASSERT_TRUE(bm.Alloc(32, 2, 2, 0, block));
+    }
+    EXPECT_EQ(block[3], 9);
+    EXPECT_EQ(qGetAllocCount(), before);
+}
+
+TEST(QBitMapTest, AllocFailureWarnsAndKeepsTheSizes)
+{
+    std::string log = LogOf([] {
+        QBitMap bm(32, 0, 0, 0);
+        qSetAllocFailure(1);
+        EXPECT_FALSE(bm.Alloc(32, 4, 3, 5, nullptr));
+        qSetAllocFailure(0);
+        EXPECT_EQ(bm.GetMemory(), nullptr);
+        EXPECT_EQ(bm.GetWidth(), 4);
+        EXPECT_EQ(bm.GetHeight(), 3);
+        // Sizes no block can have: wrapping, negative, empty.
+        EXPECT_FALSE(bm.Alloc(32, 65536, 65536, 0, nullptr));
+        EXPECT_FALSE(bm.Alloc(32, -2, 3, 0, nullptr));
+        EXPECT_EQ(bm.GetMemSize(), 0);
+        bm.Clear();
+        bm.SetAlpha(1);
+        EXPECT_FALSE(bm.HasTransparency());
+    });
+    EXPECT_TRUE(Logged(log, "QBitMap::Alloc() failed on 4x3, depth 32, flags 5")) << log;
+    EXPECT_TRUE(Logged(log, "QBitMap::Alloc() failed on 65536x65536, depth 32, flags 0")) << log;
+}
+
+TEST(QBitMapTest, SetColorAtCountsFromTheTopAndChecksTheRange)
+{
+    QBitMap bm(32, 2, 2, 0);
+    std::string log = LogOf([&] {
+        bm.SetColorAt(0, 0, QColor(1, 2, 3, 4));
+        bm.SetColorAt(2, 0, QColor(9, 9, 9, 9));
+        bm.SetColorAt(0, -1, QColor(9, 9, 9, 9));
+    });
+    const uint8_t want[16] = {0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 0, 0, 0, 0};
+    EXPECT_EQ(std::memcmp(bm.GetMemory(), want, 16), 0);
+    EXPECT_TRUE(Logged(log, "QBitMap:SetColorAt(2,0) out of range (2x2)")) << log;
+    EXPECT_TRUE(Logged(log, "QBitMap:SetColorAt(0,-1) out of range (2x2)")) << log;
+}
+
+TEST(QBitMapTest, PixelScans)
+{
+    QBitMap bm(32, 3, 1, 0);
+    bm.SetAlpha(255);
+    EXPECT_FALSE(bm.HasTransparency());
+    EXPECT_EQ(bm.KeyOutMagenta(), 0);
+    bm.SetColorAt(1, 0, QColor(255, 0, 255, 17));
+    bm.SetColorAt(2, 0, QColor(255, 1, 255, 255));
+    EXPECT_EQ(bm.KeyOutMagenta(), 1);
+    const uint8_t want[12] = {0, 0, 0, 255, 0, 0, 0, 0, 255, 1, 255, 255};
+    EXPECT_EQ(std::memcmp(bm.GetMemory(), want, 12), 0);
+    EXPECT_TRUE(bm.HasTransparency());
+    bm.Clear();
+    for (int i = 0; i < 12; i++) EXPECT_EQ(bm.GetMemory()[i], 0);
+}
+
+TEST(BlitCopyTest, RangeChecksComeInOrderAndDrawNothing)
+{
+    QBitMap src(32, 4, 3, 0), dst(32, 5, 4, 0);
+    Fill(src, 1);
+    struct Case { int sx, sy, dx, dy, w, h; const char* words; } cases[] = {
+        {1, 0, 0, 0, 4, 1, "[BlitCopy] BlitCopy source width goes out of range"},
+        {0, 1, 0, 0, 1, 3, "[BlitCopy] BlitCopy source height goes out of range"},
+        {0, 0, 2, 0, 4, 1, "[BlitCopy] BlitCopy destination width goes out of range"},
+        {0, 0, 0, 2, 1, 3, "[BlitCopy] BlitCopy destination height goes out of range"},
+        {-1, 0, 0, 0, 1, 1, "[BlitCopy] BlitCopy source width goes out of range"},
+        {0, 0, 0, -1, 1, 1, "[BlitCopy] BlitCopy destination height goes out of range"},
+    };
+    for (const Case& c : cases) {
+        std::string log = LogOf([&] { BlitCopy(&src, c.sx, c.sy, &dst, c.dx, c.dy, c.w, c.h, 0, 0); });
+        EXPECT_TRUE(Logged(log, c.words)) << c.words << "\n" << log;
+        for (int i = 0; i < dst.GetMemSize(); i++) ASSERT_EQ(dst.GetMemory()[i], 0) << c.words;
+    }
+    std::string log = LogOf([&] {
+        BlitCopy(nullptr, 0, 0, &dst, 0, 0, 1, 1, 0, 0);
+        BlitCopy(&src, 0, 0, nullptr, 0, 0, 1, 1, 0, 0);
+    });
+    EXPECT_TRUE(Logged(log, "[BlitCopy] sbm is NULL")) << log;
+    EXPECT_TRUE(Logged(log, "[BlitCopy] dbm is NULL")) << log;
+
+    // The exact fit passes: width 3 from column 1 of a 4 wide source.
+    BlitCopy(&src, 1, 0, &dst, 2, 1, 3, 3, 0, 0);
+    for (int y = 0; y < 3; y++)
+        EXPECT_EQ(std::memcmp(dst.GetAddress(2, 1 + y), src.GetAddress(1, y), 12), 0) << y;
+    EXPECT_EQ(dst.GetAddress(1, 1)[0], 0);
+}
+
+TEST(BlitCopyTest, CopyIsAPlainWordCopyAlphaIncluded)
+{
+    QBitMap src(32, 2, 2, 0), dst(32, 2, 2, 0);
+    Fill(src, 3);
+    dst.SetAlpha(255);
+    BlitCopy(&src, 0, 0, &dst, 0, 0, 2, 2, 0, 0);
+    EXPECT_EQ(std::memcmp(src.GetMemory(), dst.GetMemory(), 16), 0);
+    QBlit(&src, 0, 0, &dst, 0, 0, 0, 2, 1, 1); // nothing to do, not even a check
+}
+
+TEST(BlitCopyTest, BlendIsTheExactIntegerFormula)
+{
+    // Every source value against every alpha, on three target values: the division is by 255 and
+    // truncates, so alpha 255 gives the source and alpha 0 the target exactly.
+    QBitMap src(32, 256, 256, 0), dst(32, 256, 256, 0);
+    for (int d : {0, 77, 255}) {
+        for (int a = 0; a < 256; a++)
+            for (int s = 0; s < 256; s++) {
+                uint8_t* p = src.GetAddress(s, a);
+                p[0] = uint8_t(s); p[1] = uint8_t(255 - s); p[2] = uint8_t(s / 2); p[3] = uint8_t(a);
+                uint8_t* q = dst.GetAddress(s, a);
+                q[0] = q[1] = q[2] = uint8_t(d); q[3] = 100;
+            }
+        BlitCopy(&src, 0, 0, &dst, 0, 0, 256, 256, 1, 0);
+        for (int a = 0; a < 256; a++)
+            for (int s = 0; s < 256; s++) {
+                const uint8_t* q = dst.GetAddress(s, a);
+                ASSERT_EQ(q[0], (s * a + d * (255 - a)) / 255) << s << " " << a << " " << d;
+                ASSERT_EQ(q[1], ((255 - s) * a + d * (255 - a)) / 255);
+                ASSERT_EQ(q[2], (s / 2 * a + d * (255 - a)) / 255);
+                ASSERT_EQ(q[3], 100); // copyAlpha off: the target keeps its alpha
+            }
+    }
+    QBitMap one(32, 1, 1, 0), under(32, 1, 1, 0);
+    one.SetColorAt(0, 0, QColor(0, 0, 0, 51));
+    under.SetColorAt(0, 0, QColor(0, 0, 0, 200));
+    BlitCopy(&one, 0, 0, &under, 0, 0, 1, 1, 5, 1);
+    EXPECT_EQ(under.GetMemory()[3], (200 * 204 + 51 * 51) / 255);
+}
+
+TEST(QBlitQueueTest, OverflowRunsTheListAndKeepsTheNewRecord)
+{
+    HooksInstalled hooks;
+    QBitMap bm(32, 1, 1, 0);
+    QBlitQueue queue(reinterpret_cast<QCanvas*>(&bm));
+    executedQueue = &queue;
+    EXPECT_EQ(queue.maxEntries, 500);
+    std::string log = LogOf([&] {
+        for (int i = 0; i < 500; i++) EXPECT_TRUE(queue.AddBlit(&bm, i, 0, 1, 1, 0, 0, QBLIT_BLEND));
+        EXPECT_EQ(queueExecutions, 0);
+        EXPECT_TRUE(queue.AddBlit(&bm, 7, 8, 9, 10, 11, 12, QBLIT_SKIP));
+    });
+    EXPECT_TRUE(Logged(log, "QBlitQueue: overflow; executing current list")) << log;
+    EXPECT_EQ(queueExecutions, 1);
+    ASSERT_EQ(queue.numEntries, 1);
+    const QBlitEntry* e = queue.GetBlit(0);
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(e->srcX, 7);
+    EXPECT_EQ(e->dstY, 12);
+    EXPECT_EQ(e->flags, uint32_t(QBLIT_SKIP));
+    EXPECT_EQ(queue.GetBlit(1), nullptr);
+    EXPECT_EQ(queue.GetBlit(-1), nullptr);
+}
+
+TEST(QBlitQueueTest, WithoutACanvasTheQueueNeverRunsPastItsRecords)
+{
+    QBitMap bm(32, 1, 1, 0);
+    QBlitQueue queue(nullptr);
+    LogOf([&] {
+        for (int i = 0; i < 1203; i++) queue.AddBlit(&bm, i, 0, 1, 1, 0, 0, 0);
+    });
+    EXPECT_EQ(queue.numEntries, 203);
+    EXPECT_EQ(queue.GetBlit(202)->srcX, 1202);
+}

@@ -34,4 +34,26 @@ printf '*.TXT\000a.txt' > "$out/qmatch/star"
 printf '!*.txt\000a.txt' > "$out/qmatch/not"
 printf 'a?c\000abc' > "$out/qmatch/any"
 printf '*a*b*c*d*e*f*g\000aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa' > "$out/qmatch/stars"
+# Pictures: small, odd-sized, in every form each reader knows.
+mkdir -p "$out"/{rgb,tga,bmp,jpg,mip}
+pic=(-size 13x7 gradient:red-blue -fill yellow -draw "rectangle 2,1 5,4" -depth 8)
+convert "${pic[@]}" "$out/rgb/plain.sgi" && mv "$out/rgb/plain.sgi" "$out/rgb/plain.rgb"
+convert "${pic[@]}" -compress RLE -alpha on "$out/rgb/rle.sgi" && mv "$out/rgb/rle.sgi" "$out/rgb/rle.rgb"
+convert "${pic[@]}" "$out/tga/plain.tga"
+convert "${pic[@]}" -alpha on -orient TopLeft -compress RLE "$out/tga/rle.tga"
+convert "${pic[@]}" -type Grayscale "$out/tga/grey.tga"
+convert "${pic[@]}" -type TrueColor "$out/bmp/plain.bmp"
+convert "${pic[@]}" -type Grayscale -colors 256 "$out/bmp/grey.bmp"
+convert "${pic[@]}" -quality 80 "$out/jpg/colour.jpg"
+convert "${pic[@]}" -type Grayscale "$out/jpg/grey.jpg"
+convert "${pic[@]}" -interlace JPEG "$out/jpg/progressive.jpg"
+convert "${pic[@]}" -colorspace CMYK "$out/jpg/cmyk.jpg"
+# A 3x2 MIP: tag, first record of type 0 with its palette, second record of type 1, pixel rows.
+{
+  printf 'PIM xxxxxxxxrrrrrrrrrrrr\000'; printf '\003\000\000\000\002\000\000\000sssssssssss'
+  printf 'hhhhhhhh\100\000\000\000'; for i in $(seq 0 15); do printf "\\$(printf %03o $((i*16)))\\$(printf %03o $i)\\377\\377"; done
+  printf 'kkkkkkkkkkkkrrrrrrrrrrrr\001'; printf '\003\000\000\000\002\000\000\000\002\000\000\000sss'
+  printf 'kkkkkkkkkkkk\022\060\105\140'
+} > "$out/mip/small.mip"
+
 echo "seeds in $out"

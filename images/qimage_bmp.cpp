@@ -38,8 +38,9 @@ bool QImage::ReadBMP(const char* fileName)
     const long long stride = (width * (supported ? bitCount : 8) + 31) / 32 * 4;
     const long long left = size > long(offBits) ? size - long(offBits) : 0;
     // A supported kind must hold all its rows (the last one may lack its padding). A kind without a
-    // decoder still gets a bitmap of its size, but only a size some compression could reach.
-    const long long need = supported ? stride * (height - 1) + (width * bitCount + 7) / 8 : width * height / 1024;
+    // decoder still gets a bitmap of its size, but only a size its compression could reach: a
+    // run-length pair of bytes gives at most 255 pixels.
+    const long long need = supported ? stride * (height - 1) + (width * bitCount + 7) / 8 : width * height / 128;
     if (width <= 0 || height <= 0 || width > 0x7FFFFFFF / 4 || need > left) {
         QWARNING("QImage:ReadBMP(%s); %lldx%lld is more than the file holds", fileName, width, height);
         qfree(data);

@@ -47,8 +47,13 @@ void OnMessage(j_common_ptr info, int level)
     QWARNING("QImage:ReadJPG(%s); %s", e->fileName, text);
 }
 
+} // namespace
+
+// Plain static functions rather than members of an unnamed namespace: the log names them as they
+// stand ("PutLine"), as it names the reader.
+
 // One decoded line into bitmap row 'row' by the number of components.
-void PutLine(const uint8_t* s, int row, QBitMap* bm, int components, const char* name)
+static void PutLine(const uint8_t* s, int row, QBitMap* bm, int components, const char* name)
 {
     uint8_t* d = bm->GetAddress(0, row);
     const int w = bm->GetWidth();
@@ -76,7 +81,7 @@ void PutLine(const uint8_t* s, int row, QBitMap* bm, int components, const char*
 
 // The part that the library may leave by a jump. It owns nothing that needs a destructor; what it
 // allocates is in 'line', which the caller frees whatever way this ends.
-bool Decode(jpeg_decompress_struct* cinfo, JpegError* err, QBitMap* bm, long fileSize, uint8_t** line)
+static bool Decode(jpeg_decompress_struct* cinfo, JpegError* err, QBitMap* bm, long fileSize, uint8_t** line)
 {
     if (setjmp(err->jump)) return false;
 
@@ -114,8 +119,6 @@ bool Decode(jpeg_decompress_struct* cinfo, JpegError* err, QBitMap* bm, long fil
     jpeg_finish_decompress(cinfo);
     return !err->truncated;
 }
-
-} // namespace
 
 bool QImage::ReadJPG(const char* fileName)
 {

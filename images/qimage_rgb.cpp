@@ -87,9 +87,12 @@ bool QImage::ReadRGB(const char* fileName)
         return false;
     }
 
-    // What the file must hold before pixels are allocated: the first plane of a verbatim file, the
-    // two row tables of a run-length one. The tables bound the height, the width is bounded above.
+    // What the file must hold before pixels are allocated: the first plane of a verbatim file; the
+    // two row tables of a run-length one, and data for its rows. A run-length packet of two bytes
+    // gives at most 127 bytes of one channel, so no file whose rows each have their own data
+    // expands more than 256 times; rows that share their data could, and are refused past that.
     long long need = rle ? RGB_DATA_START + 8LL * zsize * ysize : RGB_DATA_START + (long long)xsize * ysize;
+    if (rle && 4LL * xsize * ysize > 256LL * size) need = 4LL * xsize * ysize / 256;
     if (size < need) {
         QWARNING("QImage::ReadRGB(%s); %dx%dx%d needs %lld bytes, the file has %ld", fileName, xsize, ysize, zsize,
                  need, size);

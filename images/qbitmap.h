@@ -18,6 +18,15 @@ namespace tarvik {
 
 enum { QBM_EXTERNAL_MEM = 2 }; // 'mem' belongs to somebody else and is never freed here
 
+// Output formats of QBitMap::Write.
+enum {
+    QBM_FORMAT_RGB = 0,      // SGI RGB, verbatim, four planes
+    QBM_FORMAT_TGA = 1,      // Targa, 32 bits
+    QBM_FORMAT_TGA_GREY = 2, // Targa, 8 bits grey: the red byte
+    QBM_FORMAT_JPG = 3,      // JPEG; alpha is lost
+};
+enum { QBM_MAX_WRITE_WIDTH = 8192 }; // widest RGB and Targa written; the JPEG writer has no limit
+
 class QBitMap : public QDrawable {
 public:
     QBitMap(int depth, int wid, int hgt, int flags); // allocates unless one of the three is 0
@@ -42,6 +51,16 @@ public:
     int KeyOutMagenta();           // (255,0,255,any) becomes four zero bytes; returns the count
     void SetAlpha(int alpha);
     void SetColorAt(int x, int y, const QColor& color); // y from the top of the picture
+
+    // Saves the 32-bit bitmap, which stays as it is. 'quality' (1..100) is for JPEG only. False
+    // on an unsupported format, a size the format can't hold, or a file that can't be written.
+    bool Write(const char* fileName, int format, int quality);
+    bool WriteRGB(const char* fileName);
+    bool WriteTGA(const char* fileName, int format); // QBM_FORMAT_TGA or QBM_FORMAT_TGA_GREY
+    bool WriteJPG(const char* fileName, int quality);
+    // Packs wid*hgt pixels into 'out' as red, green, blue, top row first: the last memory row
+    // comes first. 'out' holds wid*hgt*3 bytes.
+    static void GetFlippedRGB(const uint8_t* mem, uint8_t* out, int wid, int hgt);
 
 protected:
     int pixels() const { return depth == 32 && mem ? wid * hgt : 0; }

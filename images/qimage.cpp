@@ -1,6 +1,7 @@
 #include "images/qimage.h"
 
 #include "images/qimage_file.h"
+#include "images/qpsd.h"
 
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
@@ -82,11 +83,18 @@ bool QImage::Read(const char* fileName)
     }
 }
 
-// Until the PSD reader exists a PSD is a picture of no pixels, which is what a failed parse gives.
+// The layers of the file composed into this bitmap. A file whose layers could not all be read
+// still gives the picture of its canvas, blank where nothing was read; only no canvas is a failure.
 bool QImage::ReadPSD(const char* fileName)
 {
-    QWARNING("QImage: can't read PSD '%s'\n", fileName);
-    return false;
+    QPSD psd(fileName);
+    if ((long long)psd.GetRows() * psd.GetColumns() == 0) {
+        QWARNING("QImage: can't read PSD '%s'\n", fileName);
+        return false;
+    }
+    if (!Alloc(32, psd.GetColumns(), psd.GetRows(), 0, nullptr)) return false;
+    psd.Render(this);
+    return true;
 }
 
 } // namespace tarvik

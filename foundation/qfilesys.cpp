@@ -88,17 +88,15 @@ static void SplitPath(const char* path, qstring& directory, qstring& fileName)
     directory.ToUpper();
 }
 
-QVfsArchive* QVirtualFileSystem::FindArchive(const char* path, qstring& fileName, bool report)
+// FileExists asks each archive of the path's directory whether it holds exactly this name.
+QVfsArchive* QVirtualFileSystem::FindArchive(const char* path, qstring& fileName)
 {
     qstring directory;
     SplitPath(path, directory, fileName);
     for (int i = 0; i < count; i++) {
         qstring archiveDir, archiveName;
         SplitPath(archives[i]->GetArchiveFileName(), archiveDir, archiveName);
-        if (!(archiveDir == directory)) {
-            if (report) QINFO("Directory does not match\n");
-            continue;
-        }
+        if (!(archiveDir == directory)) continue;
         if (archives[i]->HasFile(fileName.cstr())) return archives[i];
     }
     return nullptr;
@@ -109,16 +107,28 @@ bool QVirtualFileSystem::FileExists(const char* path)
     if (QFileExists(path, false)) return true;
     if (!path || !path[0]) return false;
     qstring fileName;
-    return FindArchive(path, fileName, false) != nullptr;
+    return FindArchive(path, fileName) != nullptr;
 }
 
+// OpenFile asks each archive of the path's directory for the member itself: an archive finds it
+// regardless of case, and one that holds the name but can't expand the member gives null, so the
+// next archive gets its turn.
 QFile* QVirtualFileSystem::OpenFile(const char* path, int mode)
 {
     if (QFileExists(path, false)) return new QFile(path, mode);
     if (!path || !path[0]) return nullptr;
-    qstring fileName;
-    QVfsArchive* archive = FindArchive(path, fileName, true);
-    return archive ? archive->OpenMember(fileName.cstr()) : nullptr;
+    qstring directory, fileName;
+    SplitPath(path, directory, fileName);
+    for (int i = 0; i < count; i++) {
+        qstring archiveDir, archiveName;
+        SplitPath(archives[i]->GetArchiveFileName(), archiveDir, archiveName);
+        if (!(archiveDir == directory)) {
+            QINFO("Directory does not match\n");
+            continue;
+        }
+        if (QFile* member = archives[i]->OpenMember(fileName.cstr())) return member;
+    }
+    return nullptr;
 }
 
 QPath::~QPath()

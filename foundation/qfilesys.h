@@ -40,7 +40,7 @@ public:
     QFile* OpenFile(const char* path, int mode); // a new QFile, or null
 
 private:
-    QVfsArchive* FindArchive(const char* path, qstring& fileName, bool report);
+    QVfsArchive* FindArchive(const char* path, qstring& fileName); // the first that HasFile
 
     QVfsArchive* archives[MAX_ARCHIVES];
     int count;

@@ -1,7 +1,10 @@
 // QImage: the choice of reader, each reader's variants, and what a bad file gives.
 #include "images/qimage.h"
 
+#include "images/qarchive.h"
+
 #include "foundation/qapphooks.h"
+#include "foundation/qfilesys.h"
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 #include "tests/support/testsupport.h"
@@ -435,6 +438,35 @@ TEST(QImageTgaTest, RefusalsOfBothRoads)
         EXPECT_FALSE(fast.ok);
         EXPECT_NE(fast.log.find("is more than the file holds"), std::string::npos) << fast.log;
     }
+}
+
+TEST(QImageTgaTest, TheFastRoadTakesATargaOutOfAnArchive)
+{
+    TempDir dir(true);
+    Picture p = MakePicture(6, 4);
+    std::string tga = Tga(p, 32, true, true);
+    QArchiveWriter writer;
+    ASSERT_TRUE(writer.Create("data/pack.qar") || (QMakeDirectory("data") && writer.Create("data/pack.qar")));
+    ASSERT_TRUE(writer.AddMember("Car.TGA", tga.data(), int(tga.size())));
+    ASSERT_TRUE(writer.Finish());
+
+    static QVirtualFileSystem* vfs;
+    QVirtualFileSystem files;
+    QArchive archive("data/pack.qar");
+    ASSERT_TRUE(archive.IsOpen());
+    ASSERT_TRUE(files.AddArchive(&archive));
+    vfs = &files;
+    QAppHooks hooks = {};
+    hooks.GetFileSystem = [] { return vfs; };
+    qappHooks = &hooks;
+    testing::internal::CaptureStderr();
+    QImage fromArchive("data/car.tga"); // not on disk: the archive of that directory has it
+    QImage elsewhere("other/car.tga");
+    testing::internal::GetCapturedStderr();
+    qappHooks = nullptr;
+    EXPECT_TRUE(fromArchive.IsOK());
+    EXPECT_TRUE(TopDown(fromArchive) == p.rgba);
+    EXPECT_FALSE(elsewhere.IsOK());
 }
 
 // ---- SGI RGB ----

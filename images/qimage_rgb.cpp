@@ -92,7 +92,7 @@ bool QImage::ReadRGB(const char* fileName)
     // gives at most 127 bytes of one channel, so no file whose rows each have their own data
     // expands more than 256 times; rows that share their data could, and are refused past that.
     long long need = rle ? RGB_DATA_START + 8LL * zsize * ysize : RGB_DATA_START + (long long)xsize * ysize;
-    if (rle && 4LL * xsize * ysize > 256LL * size) need = 4LL * xsize * ysize / 256;
+    if (rle && 4LL * xsize * ysize / 256 > need) need = 4LL * xsize * ysize / 256;
     if (size < need) {
         QWARNING("QImage::ReadRGB(%s); %dx%dx%d needs %lld bytes, the file has %ld", fileName, xsize, ysize, zsize,
                  need, size);

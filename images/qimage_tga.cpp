@@ -109,7 +109,7 @@ bool QImage::ReadTGAHeader(const char* fileName, QTGAHeader* header)
 {
     FILE* f = fileName ? qfopen(fileName, "rb") : nullptr;
     if (!f) return false;
-    // Three reads, one per group: identification, colour map specification, image specification.
+    // Three reads, one per group: identification (3 bytes), colour map (5), image (10).
     uint8_t raw[TGA_HEADER_SIZE] = {};
     size_t a = std::fread(raw, 1, 3, f);
     size_t b = std::fread(raw + 3, 1, 5, f);

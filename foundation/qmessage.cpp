@@ -26,6 +26,7 @@ static int repeatCount;
 static bool logFileEnabled = true;
 static void (*networkShutdown)();
 static void (*logMirror)(const char* message);
+static bool mirroring; // the mirror runs: what it reports on the way is not passed to it again
 
 void QSetNetworkShutdown(void (*shutdown)()) { networkShutdown = shutdown; }
 void QSetLogMirror(void (*mirror)(const char* message)) { logMirror = mirror; }
@@ -204,9 +205,14 @@ static void WriteV(int flags, const char* location, const char* format, va_list 
     if (len > 0 && message[len - 1] == '\n') message[len - 1] = 0;
 
     if (!(flags & QMSG_NOECHO)) std::fprintf(stderr, "%s\n", message);
-    if (logMirror && !(flags & QMSG_NOMIRROR)) logMirror(message);
     if (flags & QMSG_BOX) ShowBox(flags, message);
     WriteLogLine(severity, message, location && location[0] ? location : nullptr);
+    // Last, so that a failure the mirror reports stands below the line that it failed to send.
+    if (logMirror && !mirroring && !(flags & QMSG_NOMIRROR)) {
+        mirroring = true;
+        logMirror(message);
+        mirroring = false;
+    }
 }
 
 void qmsgwrite(int flags, const char* location, const char* format, ...)

@@ -42,7 +42,9 @@ void qmsgwrite(int flags, const char* location, const char* format, ...) __attri
 [[noreturn]] void qexit(int code);            // shuts the network layer down, then exit(code)
 
 // Seams for the network layer, which stands above the foundation. Both are null until it sets them.
-// The mirror gets each log line (without line feed) that is not flagged QMSG_NOMIRROR.
+// The mirror gets each log line (without line feed) that is not flagged QMSG_NOMIRROR, after the line
+// is written, but none that is reported while the mirror itself runs, so that it can report its own
+// failures without being called for them again.
 void QSetNetworkShutdown(void (*shutdown)());
 void QSetLogMirror(void (*mirror)(const char* message));
 

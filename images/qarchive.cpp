@@ -1,6 +1,8 @@
 // QArchive: opening a container, walking its directory, expanding members.
 #include "images/qarchive.h"
 
+#include "images/qbytes.h"
+
 #include "foundation/qfile.h"
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
@@ -22,10 +24,6 @@ const char archiveMagic[4] = {'Q', 'A', 'R', 'C'};
 // that is a lie, refused before anything is allocated for it.
 const long maxExpansion = 800;
 
-uint32_t U32(const uint8_t* p) {
-    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
-}
-
 // Compared after lower-casing both sides with the C library's tolower, as qstrlwr does.
 bool SameIgnoringCase(const char* a, const char* b) {
     for (;; a++, b++) {
@@ -42,8 +40,8 @@ const uint8_t* ParseEntry(const uint8_t* p, const uint8_t* end, const char** nam
     if (!zero || end - (zero + 1) < 8) return nullptr;
     *name = reinterpret_cast<const char*>(p);
     // Sizes and offsets above INT_MAX come out negative, and nothing accepts a negative one.
-    *offset = int32_t(U32(zero + 1));
-    *size = int32_t(U32(zero + 5));
+    *offset = int32_t(QGetLE32(zero + 1));
+    *size = int32_t(QGetLE32(zero + 5));
     return zero + 9;
 }
 
@@ -97,8 +95,8 @@ bool QArchive::Open(const char* fileName) {
         qfclose(f);
         return false;
     }
-    if (U32(head + 4) != VERSION) {
-        QERROR("QArchive:Open(); '%s' has version %u (can read %d)", fileName, U32(head + 4), VERSION);
+    if (QGetLE32(head + 4) != VERSION) {
+        QERROR("QArchive:Open(); '%s' has version %u (can read %d)", fileName, QGetLE32(head + 4), VERSION);
         qfclose(f);
         return false;
     }
@@ -110,7 +108,7 @@ bool QArchive::Open(const char* fileName) {
     }
 
     // The directory is checked against the file's size in 64 bits before any of it is allocated.
-    int64_t dirOffset = U32(head + 8), dirSize = U32(head + 12);
+    int64_t dirOffset = QGetLE32(head + 8), dirSize = QGetLE32(head + 12);
     if (dirOffset < HEADER_SIZE || dirOffset + dirSize > size) {
         QERROR("QArchive:Open(); directory of '%s' lies outside the file (offset %lld, size %lld, file %ld)",
                fileName, (long long)dirOffset, (long long)dirSize, size);
@@ -301,11 +299,11 @@ bool QArchive::DecompressFile(const char* outName, int flags, int* expanded, voi
         int tag = std::fgetc(file);
         if (tag == MEMBER_TAG) break;
         uint8_t length[4];
-        if (tag == EOF || !ReadBytes(length, 4) || long(U32(length)) > fileSize - std::ftell(file)) {
+        if (tag == EOF || !ReadBytes(length, 4) || long(QGetLE32(length)) > fileSize - std::ftell(file)) {
             QERROR("QArchive: member in '%s' ends before its data", GetName());
             return false;
         }
-        std::fseek(file, long(U32(length)), SEEK_CUR);
+        std::fseek(file, long(QGetLE32(length)), SEEK_CUR);
     }
 
     FILE* out = nullptr;

@@ -7,6 +7,8 @@
 // dynamic programming over the chunk, and stores the chunk as it is when that is no larger.
 #include "images/qarchive.h"
 
+#include "images/qbytes.h"
+
 #include "foundation/qfilesys.h"
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
@@ -32,12 +34,6 @@ const int defaultMaxChain = 128;
 
 enum { ITEM_LITERAL = 0, ITEM_COPY = 1, ITEM_RUN = 2 };
 
-void PutU32(uint8_t* p, uint32_t v) {
-    p[0] = uint8_t(v);
-    p[1] = uint8_t(v >> 8);
-    p[2] = uint8_t(v >> 16);
-    p[3] = uint8_t(v >> 24);
-}
 
 bool SameIgnoringCase(const char* a, const char* b) {
     for (;; a++, b++) {
@@ -93,7 +89,7 @@ bool QArchiveWriter::Create(const char* name) {
     fileName = qstrdup(name);
     // The head's directory fields are filled by Finish.
     uint8_t head[QArchive::HEADER_SIZE] = {'Q', 'A', 'R', 'C'};
-    PutU32(head + 4, QArchive::VERSION);
+    QPutLE32(head + 4, QArchive::VERSION);
     return Write(head, sizeof head);
 }
 
@@ -173,8 +169,8 @@ bool QArchiveWriter::AddMember(const char* name, const void* data, int size) {
     if (!Write(endMark, 2)) return false;
 
     uint8_t numbers[8];
-    PutU32(numbers, uint32_t(offset));
-    PutU32(numbers + 4, uint32_t(size));
+    QPutLE32(numbers, uint32_t(offset));
+    QPutLE32(numbers + 4, uint32_t(size));
     return AppendDirectory(name, int(std::strlen(name)) + 1) && AppendDirectory(numbers, 8);
 }
 
@@ -184,8 +180,8 @@ bool QArchiveWriter::Finish() {
     bool ok = !failed && (directorySize == 0 || Write(directory, directorySize));
     if (ok) {
         uint8_t fields[8];
-        PutU32(fields, uint32_t(dirOffset));
-        PutU32(fields + 4, uint32_t(directorySize));
+        QPutLE32(fields, uint32_t(dirOffset));
+        QPutLE32(fields + 4, uint32_t(directorySize));
         ok = std::fseek(file, 8, SEEK_SET) == 0 && std::fwrite(fields, 1, 8, file) == 8;
         if (!ok) QERROR("QArchiveWriter: can't write to '%s'", fileName);
     }

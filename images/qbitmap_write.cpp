@@ -8,6 +8,8 @@
 // is never changed by writing.
 #include "images/qbitmap.h"
 
+#include "images/qbytes.h"
+
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 
@@ -29,8 +31,6 @@ enum {
     TGA_MAX_HEIGHT = 32767, // the reader takes the field as signed
 };
 
-void PutLE16(uint8_t* p, unsigned v) { p[0] = uint8_t(v); p[1] = uint8_t(v >> 8); }
-void PutLE32(uint8_t* p, uint32_t v) { PutLE16(p, v & 0xFFFF); PutLE16(p + 2, v >> 16); }
 
 // Closes the file; false, with a report, if some write failed on the way or the close did.
 bool Finish(FILE* f, bool written, const char* fileName, const char* who)
@@ -128,17 +128,17 @@ bool QBitMap::WriteRGB(const char* fileName)
 
     // The header is little-endian, so that the reader takes the numbers as they stand.
     uint8_t head[RGB_DATA_START] = {};
-    PutLE16(head + 0, 474);   // imagic
-    PutLE16(head + 2, 1);     // type: its high byte 0 says verbatim planes
-    PutLE16(head + 4, 3);     // dim
-    PutLE16(head + 6, unsigned(wid));
-    PutLE16(head + 8, unsigned(hgt));
-    PutLE16(head + 10, 4);    // zsize: red, green, blue, alpha
-    PutLE32(head + 12, 0);    // min
-    PutLE32(head + 16, 255);  // max
-    PutLE32(head + 20, 0);    // wasteBytes
+    QPutLE16(head + 0, 474);   // imagic
+    QPutLE16(head + 2, 1);     // type: its high byte 0 says verbatim planes
+    QPutLE16(head + 4, 3);     // dim
+    QPutLE16(head + 6, unsigned(wid));
+    QPutLE16(head + 8, unsigned(hgt));
+    QPutLE16(head + 10, 4);    // zsize: red, green, blue, alpha
+    QPutLE32(head + 12, 0);    // min
+    QPutLE32(head + 16, 255);  // max
+    QPutLE32(head + 20, 0);    // wasteBytes
     std::strncpy(reinterpret_cast<char*>(head + 24), fileName, 79); // name; byte 103 stays zero
-    PutLE32(head + 104, 0);   // colorMap
+    QPutLE32(head + 104, 0);   // colorMap
     bool written = std::fwrite(head, 1, sizeof head, f) == sizeof head;
 
     // Plane by plane, memory row 0 first: the format's first row is the bottom of the picture too.
@@ -178,8 +178,8 @@ bool QBitMap::WriteTGA(const char* fileName, int format)
     const bool grey = format == QBM_FORMAT_TGA_GREY;
     uint8_t head[TGA_HEADER_SIZE] = {};
     head[2] = grey ? 3 : 2;           // imageType: grey or true colour, verbatim
-    PutLE16(head + 12, unsigned(wid) & 0xFFFF);
-    PutLE16(head + 14, unsigned(hgt) & 0xFFFF);
+    QPutLE16(head + 12, unsigned(wid) & 0xFFFF);
+    QPutLE16(head + 14, unsigned(hgt) & 0xFFFF);
     head[16] = grey ? 8 : 32;         // pixDepth
     head[17] = 8;                     // descriptor: 8 attribute bits; bit 32 clear, bottom row first
     bool written = std::fwrite(head, 1, sizeof head, f) == sizeof head;

@@ -9,6 +9,7 @@
 #include "images/qbitmap.h"
 
 #include "images/qbytes.h"
+#include "images/qjpeg.h"
 
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
@@ -41,33 +42,9 @@ bool Finish(FILE* f, bool written, const char* fileName, const char* who)
     return written;
 }
 
-struct JpegWriteError {
-    jpeg_error_mgr mgr; // first: the library sees a jpeg_error_mgr*
-    jmp_buf jump;
-    const char* fileName;
-};
-
-void OnJpegError(j_common_ptr info)
-{
-    JpegWriteError* e = reinterpret_cast<JpegWriteError*>(info->err);
-    char text[JMSG_LENGTH_MAX];
-    info->err->format_message(info, text);
-    QWARNING("QBitMap::WriteJPG(%s); %s", e->fileName, text);
-    std::longjmp(e->jump, 1);
-}
-
-void OnJpegMessage(j_common_ptr info, int level)
-{
-    if (level >= 0 || info->err->num_warnings++ > 0) return; // trace output; one warning is enough
-    JpegWriteError* e = reinterpret_cast<JpegWriteError*>(info->err);
-    char text[JMSG_LENGTH_MAX];
-    info->err->format_message(info, text);
-    QWARNING("QBitMap::WriteJPG(%s); %s", e->fileName, text);
-}
-
 // The part that the library may leave by a jump: it holds nothing that needs a destructor, and what
 // it opens is in 'out', which the caller closes whatever way this ends.
-bool Compress(jpeg_compress_struct* cinfo, JpegWriteError* err, FILE** out, const uint8_t* rgb, int wid, int hgt,
+bool Compress(jpeg_compress_struct* cinfo, QJpegError* err, FILE** out, const uint8_t* rgb, int wid, int hgt,
               int quality)
 {
     if (setjmp(err->jump)) return false;
@@ -230,13 +207,9 @@ bool QBitMap::WriteJPG(const char* fileName, int quality)
     GetFlippedRGB(mem, rgb, wid, hgt);
 
     jpeg_compress_struct cinfo;
-    JpegWriteError err;
+    QJpegError err;
     std::memset(&cinfo, 0, sizeof cinfo);
-    std::memset(&err, 0, sizeof err);
-    cinfo.err = jpeg_std_error(&err.mgr);
-    err.mgr.error_exit = OnJpegError;
-    err.mgr.emit_message = OnJpegMessage;
-    err.fileName = name;
+    cinfo.err = QJpegErrorManager(&err, "QBitMap::WriteJPG", name);
 
     FILE* f = nullptr;
     bool ok = Compress(&cinfo, &err, &f, rgb, wid, hgt, quality);

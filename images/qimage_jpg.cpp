@@ -1,9 +1,10 @@
 // JPEG through the system's libjpeg (API version 62).
 //
-// The library's own error handler ends the process. Ours turns a fatal error into a jump back to
-// the reader, which reports it with the file name and returns false, and it sends the library's
-// warnings to the log. A stream that ends early is a failed load: its missing lines would be grey.
+// The library's errors come back through the manager of qjpeg.h as a failed load with a report,
+// never an exit. A stream that ends early is a failed load too: its missing lines would be grey.
 #include "images/qimage.h"
+
+#include "images/qjpeg.h"
 
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
@@ -12,42 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include <jpeglib.h>
-#include <jerror.h>
-
 namespace tarvik {
-
-namespace {
-
-struct JpegError {
-    jpeg_error_mgr mgr; // first: the library sees a jpeg_error_mgr*
-    jmp_buf jump;
-    const char* fileName;
-    bool truncated;
-};
-
-void OnError(j_common_ptr info)
-{
-    JpegError* e = reinterpret_cast<JpegError*>(info->err);
-    char text[JMSG_LENGTH_MAX];
-    info->err->format_message(info, text);
-    QWARNING("QImage:ReadJPG(%s); %s", e->fileName, text);
-    std::longjmp(e->jump, 1);
-}
-
-void OnMessage(j_common_ptr info, int level)
-{
-    if (level >= 0) return; // trace output
-    JpegError* e = reinterpret_cast<JpegError*>(info->err);
-    if (info->err->msg_code == JWRN_JPEG_EOF) e->truncated = true;
-    // One report per kind of damage: a broken stream can warn on every line.
-    if (info->err->num_warnings++ > 0) return;
-    char text[JMSG_LENGTH_MAX];
-    info->err->format_message(info, text);
-    QWARNING("QImage:ReadJPG(%s); %s", e->fileName, text);
-}
-
-} // namespace
 
 // Plain static functions rather than members of an unnamed namespace: the log names them as they
 // stand ("PutLine"), as it names the reader.
@@ -81,7 +47,7 @@ static void PutLine(const uint8_t* s, int row, QBitMap* bm, int components, cons
 
 // The part that the library may leave by a jump. It owns nothing that needs a destructor; what it
 // allocates is in 'line', which the caller frees whatever way this ends.
-static bool Decode(jpeg_decompress_struct* cinfo, JpegError* err, QBitMap* bm, long fileSize, uint8_t** line)
+static bool Decode(jpeg_decompress_struct* cinfo, QJpegError* err, QBitMap* bm, long fileSize, uint8_t** line)
 {
     if (setjmp(err->jump)) return false;
 
@@ -132,13 +98,9 @@ bool QImage::ReadJPG(const char* fileName)
     std::fseek(f, 0, SEEK_SET);
 
     jpeg_decompress_struct cinfo;
-    JpegError err;
+    QJpegError err;
     std::memset(&cinfo, 0, sizeof cinfo);
-    std::memset(&err, 0, sizeof err);
-    cinfo.err = jpeg_std_error(&err.mgr);
-    err.mgr.error_exit = OnError;
-    err.mgr.emit_message = OnMessage;
-    err.fileName = fileName;
+    cinfo.err = QJpegErrorManager(&err, "QImage:ReadJPG", fileName);
     jpeg_CreateDecompress(&cinfo, 62, sizeof cinfo);
     jpeg_stdio_src(&cinfo, f);
 

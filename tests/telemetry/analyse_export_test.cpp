@@ -8,7 +8,6 @@
 
 #include <cstdio>
 #include <string>
-#include <utility>
 #include <vector>
 
 using namespace tarvik;
@@ -18,19 +17,9 @@ namespace {
 
 using ExportTest = TelemetryTest;
 
-using Pairs = std::vector<std::pair<std::string, std::string>>;
-
-std::string Head(const Pairs& properties = {}, const Pairs& meta = {})
-{
-    std::string text = "#\n# ASCII signal export\n# Writer: Ostrand PSignals exporter v1.2\n#\n";
-    text += "# Properties: " + std::to_string(properties.size()) + "\n";
-    for (size_t i = 0; i < properties.size(); i++)
-        text += "# Property " + std::to_string(i + 1) + ": " + properties[i].first + " = " + properties[i].second + "\n";
-    text += "#\n# Metaproperties: " + std::to_string(meta.size()) + "\n";
-    for (size_t i = 0; i < meta.size(); i++)
-        text += "# Metaproperty " + std::to_string(i + 1) + ": " + meta[i].first + " = " + meta[i].second + "\n";
-    return text + "#\n";
-}
+// The head of a set without properties.
+const std::string head = "#\n# ASCII signal export\n# Writer: Ostrand PSignals exporter v1.2\n#\n"
+                         "# Properties: 0\n#\n# Metaproperties: 0\n#\n";
 
 // A value as the export prints it.
 std::string Fixed(float value)
@@ -59,13 +48,21 @@ Exported Export(PSignals& set, int32_t lap = -1, uint32_t triggerFlags = 0, cons
 
 } // namespace
 
+// The formatter's rare numbers come out as printf writes them: -0, a tie at the seventh
+// decimal (to even), and the largest float.
 TEST_F(ExportTest, SmallRecordingGivesTheWholeText)
 {
     PSignals set;
     set.AddProperty("car", "a");
-    AddFilled(set, "time", {0.0f, 0.5f}, 0.5f);
-    AddFilled(set, "distance", {0.0f, 2.0f}, 0.5f);
-    AddFilled(set, "rpm", {1000.0f, 1500.0f}, 0.5f);
+    set.metaName[0] = "session";
+    set.metaValue[0] = "race";
+    set.metaName[1] = "weather";
+    set.metaValue[1] = "dry";
+    set.metaCount = 2;
+    AddFilled(set, "time", {0.0f, 0.5f, 1.0f}, 0.5f);
+    AddFilled(set, "distance", {0.0f, 2.0f, 2.5f}, 0.5f);
+    AddFilled(set, "rpm", {1000.0f, -0.0f, 0.0078125f}, 0.5f);
+    AddFilled(set, "gear", {-3.4028235e38f, 0.0234375f, -1e-7f}, 0.5f);
     Exported e = Export(set);
     EXPECT_TRUE(e.ok);
     EXPECT_EQ(e.err, "");
@@ -77,129 +74,115 @@ TEST_F(ExportTest, SmallRecordingGivesTheWholeText)
                       "# Properties: 1\n"
                       "# Property 1: car = a\n"
                       "#\n"
-                      "# Metaproperties: 0\n"
+                      "# Metaproperties: 2\n"
+                      "# Metaproperty 1: session = race\n"
+                      "# Metaproperty 2: weather = dry\n"
                       "#\n"
-                      "time distance rpm\n"
-                      "0.000000 0.000000 1000.000000\n"
-                      "0.500000 2.000000 1500.000000\n");
+                      "time distance rpm gear\n"
+                      "0.000000 0.000000 1000.000000 -340282346638528859811704183484516925440.000000\n"
+                      "0.500000 2.000000 -0.000000 0.023438\n"
+                      "1.000000 2.500000 0.007812 -0.000000\n");
 }
 
-TEST_F(ExportTest, MetaPropertiesAreNumberedInTheHead)
+// Each case: the signals, the lap asked for, the trigger flags, and what comes after the head.
+TEST_F(ExportTest, ColumnsRowsAndLaps)
 {
-    PSignals set;
-    set.metaName[0] = "session";
-    set.metaValue[0] = "race";
-    set.metaName[1] = "weather";
-    set.metaValue[1] = "dry";
-    set.metaCount = 2;
-    AddFilled(set, "distance", {1.0f});
-    Exported e = Export(set);
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.text, Head({}, {{"session", "race"}, {"weather", "dry"}}) + "time distance\n0.000000 1.000000\n");
-}
-
-TEST_F(ExportTest, DistanceRisesByAtLeastOneThousandthPerRow)
-{
-    PSignals set;
-    AddFilled(set, "time", {0.0f, 1.0f, 2.0f, 3.0f});
-    AddFilled(set, "distance", {10.0f, 10.0f, 9.0f, 12.0f});
-    Exported e = Export(set);
-    EXPECT_TRUE(e.ok);
-    // The sums are 32-bit floats, so the third row shows the rounding of 10.001 + 0.001.
-    const float second = 10.0f + 0.001f, third = second + 0.001f;
-    EXPECT_EQ(Fixed(second), "10.001000");
-    EXPECT_NEAR(third, 10.002f, 1e-5f);
-    EXPECT_EQ(e.text, Head() + "time distance\n"
-                               "0.000000 10.000000\n"
-                               "1.000000 " + Fixed(second) + "\n"
-                               "2.000000 " + Fixed(third) + "\n"
-                               "3.000000 12.000000\n");
-}
-
-TEST_F(ExportTest, SamplesPastTheEndOfAShortDistanceAreAbsent)
-{
-    PSignals set;
-    AddFilled(set, "rpm", {1.0f, 2.0f, 3.0f, 4.0f});
-    PSignal* distance = AddFilled(set, "distance", {5.0f, 6.0f, 100.0f, 100.0f});
-    distance->count = 2; // the buffer holds more than the signal
-    Exported e = Export(set);
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.err, "");
-    EXPECT_EQ(e.text, Head() + "time distance rpm\n"
-                               "0.000000 5.000000 1.000000\n"
-                               "1.000000 6.000000 2.000000\n"
-                               "2.000000 " + Fixed(6.0f + 0.001f) + " 3.000000\n"
-                               "3.000000 " + Fixed(6.0f + 0.001f + 0.001f) + " 4.000000\n");
-}
-
-TEST_F(ExportTest, TimeColumnComesFromTheFirstSignalsStep)
-{
-    PSignals set;
-    AddFilled(set, "rpm", {1.0f, 2.0f, 3.0f}, 0.25f);
-    AddFilled(set, "time", {0.0f, 1.0f, 2.0f}, 1.0f);
-    AddFilled(set, "distance", {0.0f, 1.0f, 2.0f}, 1.0f);
-    Exported e = Export(set);
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.text, Head() + "time distance rpm\n"
-                               "0.000000 0.000000 1.000000\n"
-                               "0.250000 1.000000 2.000000\n"
-                               "0.500000 2.000000 3.000000\n");
-}
-
-TEST_F(ExportTest, EmptyFirstSignalGivesHeadAndColumnLineOnly)
-{
-    PSignals set;
-    set.AddSignal("rpm", 0);
-    AddFilled(set, "time", {0.0f, 1.0f});
-    AddFilled(set, "distance", {0.0f, 1.0f});
-    Exported e = Export(set);
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.err, "Skip signal 0 (rpm) due to lack of signal data\n");
-    EXPECT_EQ(e.text, Head() + "time distance\n");
-}
-
-TEST_F(ExportTest, EmptySignalIsLeftOutWithAnInfoLine)
-{
-    PSignals set;
-    AddFilled(set, "time", {0.0f, 1.0f});
-    AddFilled(set, "distance", {0.0f, 1.0f});
-    set.AddSignal("gear", 2);
-    AddFilled(set, "rpm", {7.0f, 8.0f});
-    Exported e = Export(set);
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.err, "Skip signal 2 (gear) due to lack of signal data\n");
-    EXPECT_FALSE(LogExists());
-    EXPECT_EQ(e.text, Head() + "time distance rpm\n0.000000 0.000000 7.000000\n1.000000 1.000000 8.000000\n");
-}
-
-TEST_F(ExportTest, ShortSignalReportsEachMissingRowAndWritesZero)
-{
-    PSignals set;
-    AddFilled(set, "time", {0.0f, 1.0f, 2.0f});
-    AddFilled(set, "distance", {0.0f, 1.0f, 2.0f});
-    AddFilled(set, "rpm", {9.0f});
-    Exported e = Export(set);
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.err, "GetValue index (1) out of range 0..0 (rpm)\n"
-                     "GetValue index (2) out of range 0..0 (rpm)\n");
-    EXPECT_EQ(e.text, Head() + "time distance rpm\n"
-                               "0.000000 0.000000 9.000000\n"
-                               "1.000000 1.000000 0.000000\n"
-                               "2.000000 2.000000 0.000000\n");
-}
-
-TEST_F(ExportTest, MissingDistanceLeavesTheErrorBehindTheColumnText)
-{
-    PSignals set;
-    set.fileName = "rec.sgf";
-    set.AddProperty("car", "a");
-    AddFilled(set, "time", {0.0f, 1.0f});
-    AddFilled(set, "rpm", {1.0f, 2.0f});
-    Exported e = Export(set);
-    EXPECT_FALSE(e.ok);
-    EXPECT_EQ(e.err, "");
-    EXPECT_EQ(e.text, Head({{"car", "a"}}) +
-                          "time distance** ERROR: No distance signal found - won't work in ASCII export (rec.sgf)\n");
+    struct Signal {
+        const char* name;
+        std::vector<float> samples;
+        float step;
+        int count; // -1: as many as samples; less: the buffer holds more than the signal
+    };
+    const uint32_t lapTrigger = PExportOptions::PEO_LAP_TRIGGER;
+    const uint32_t sectorTrigger = PExportOptions::PEO_SECTOR_TRIGGER;
+    const std::vector<Signal> laps = {{"distance", {0, 1, 2, 3}, 1, -1},
+                                      {"lap", {1, 1, 2, 2}, 1, -1},
+                                      {"sector", {0, 1, 1, 2}, 1, -1}};
+    const std::string lapsHead = "time distance lap sector\n";
+    const std::vector<float> halves = {1.5f, -1.5f, 2.4f, -2.5f, 2.5f, -2.4f};
+    struct Case {
+        const char* what;
+        std::vector<Signal> signals;
+        int32_t lap;
+        uint32_t flags;
+        bool ok;
+        std::string err;
+        std::string text;
+    } cases[] = {
+        // Distance rises by at least 0.001 a row, in 32-bit sums: 10.001 + 0.001 shows its rounding.
+        {"falling distance", {{"time", {0, 1, 2, 3}, 1, -1}, {"distance", {10, 10, 9, 12}, 1, -1}}, -1, 0, true,
+         "",
+         "time distance\n0.000000 10.000000\n1.000000 10.001000\n2.000000 " + Fixed(10.0f + 0.001f + 0.001f) +
+             "\n3.000000 12.000000\n"},
+        {"short distance", {{"rpm", {1, 2, 3, 4}, 1, -1}, {"distance", {5, 6, 100, 100}, 1, 2}}, -1, 0, true,
+         "",
+         "time distance rpm\n0.000000 5.000000 1.000000\n1.000000 6.000000 2.000000\n2.000000 " +
+             Fixed(6.0f + 0.001f) + " 3.000000\n3.000000 " + Fixed(6.0f + 0.001f + 0.001f) + " 4.000000\n"},
+        // The time column counts the first signal's steps.
+        {"first step", {{"rpm", {1, 2, 3}, 0.25f, -1}, {"time", {0, 1, 2}, 1, -1}, {"distance", {0, 1, 2}, 1, -1}},
+         -1, 0, true, "",
+         "time distance rpm\n0.000000 0.000000 1.000000\n0.250000 1.000000 2.000000\n"
+         "0.500000 2.000000 3.000000\n"},
+        {"empty first", {{"rpm", {}, 1, -1}, {"time", {0, 1}, 1, -1}, {"distance", {0, 1}, 1, -1}}, -1, 0, true,
+         "Skip signal 0 (rpm) due to lack of signal data\n", "time distance\n"},
+        {"empty third",
+         {{"time", {0, 1}, 1, -1}, {"distance", {0, 1}, 1, -1}, {"gear", {5, 6}, 1, 0}, {"rpm", {7, 8}, 1, -1}}, -1,
+         0, true, "Skip signal 2 (gear) due to lack of signal data\n",
+         "time distance rpm\n0.000000 0.000000 7.000000\n1.000000 1.000000 8.000000\n"},
+        // As a text table of a head line only loads.
+        {"all empty", {{"time", {}, 1, -1}, {"distance", {}, 1, -1}, {"lap", {}, 1, -1}}, -1, 0, true,
+         "Skip signal 0 (time) due to lack of signal data\n"
+         "Skip signal 1 (distance) due to lack of signal data\n"
+         "Skip signal 2 (lap) due to lack of signal data\n",
+         "time distance\n"},
+        {"short rpm", {{"time", {0, 1, 2}, 1, -1}, {"distance", {0, 1, 2}, 1, -1}, {"rpm", {9}, 1, -1}}, -1, 0, true,
+         "GetValue index (1) out of range 0..0 (rpm)\nGetValue index (2) out of range 0..0 (rpm)\n",
+         "time distance rpm\n0.000000 0.000000 9.000000\n1.000000 1.000000 0.000000\n"
+         "2.000000 2.000000 0.000000\n"},
+        {"no distance", {{"time", {0, 1}, 1, -1}, {"rpm", {1, 2}, 1, -1}}, -1, 0, false, "",
+         "time distance** ERROR: No distance signal found - won't work in ASCII export (rec.sgf)\n"},
+        // A lap's rows only, the time from zero; lap values round half away from zero.
+        {"lap 2",
+         {{"time", {0, 0.5f, 1, 1.5f, 2}, 0.5f, -1}, {"distance", {0, 1, 2, 3, 4}, 0.5f, -1},
+          {"lap", {1, 1, 2, 2, 3}, 0.5f, -1}},
+         2, 0, true, "", "time distance lap\n0.000000 2.000000 2.000000\n0.500000 3.000000 2.000000\n"},
+        {"halves up", {{"distance", {0, 1, 2, 3, 4, 5}, 1, -1}, {"lap", halves, 1, -1}}, 2, 0, true, "",
+         "time distance lap\n0.000000 0.000000 1.500000\n2.000000 2.000000 2.400000\n"},
+        {"halves down", {{"distance", {0, 1, 2, 3, 4, 5}, 1, -1}, {"lap", halves, 1, -1}}, -2, 0, true, "",
+         "time distance lap\n0.000000 1.000000 -1.500000\n4.000000 5.000000 -2.400000\n"},
+        // Rows past the end of a short lap signal belong to no lap.
+        {"short lap", {{"distance", {0, 1, 2, 3}, 1, -1}, {"lap", {2, 2, 2, 2}, 1, 2}}, 2, 0, true, "",
+         "time distance lap\n0.000000 0.000000 2.000000\n1.000000 1.000000 2.000000\n"},
+        {"no lap signal", {{"distance", {0, 1}, 1, -1}, {"Lap", {3, 4}, 1, -1}}, 3, 0, true,
+         "ExportASCII with lap=3 can only work if a 'lap' signal is present in the telemetry data\n",
+         "time distance Lap\n0.000000 0.000000 3.000000\n1.000000 1.000000 4.000000\n"},
+        // Trigger flags turn lap and sector into marks of change.
+        {"no triggers", laps, -1, 0, true, "",
+         lapsHead + "0.000000 0.000000 1.000000 0.000000\n1.000000 1.000000 1.000000 1.000000\n"
+                    "2.000000 2.000000 2.000000 1.000000\n3.000000 3.000000 2.000000 2.000000\n"},
+        {"lap trigger", laps, -1, lapTrigger, true, "",
+         lapsHead + "0.000000 0.000000 0.000000 0.000000\n1.000000 1.000000 0.000000 1.000000\n"
+                    "2.000000 2.000000 1.000000 1.000000\n3.000000 3.000000 0.000000 2.000000\n"},
+        {"sector trigger", laps, -1, sectorTrigger, true, "",
+         lapsHead + "0.000000 0.000000 1.000000 0.000000\n1.000000 1.000000 1.000000 1.000000\n"
+                    "2.000000 2.000000 2.000000 0.000000\n3.000000 3.000000 2.000000 1.000000\n"},
+        {"both triggers, lap 2", laps, 2, lapTrigger | sectorTrigger, true, "",
+         lapsHead + "0.000000 2.000000 1.000000 0.000000\n1.000000 3.000000 0.000000 1.000000\n"},
+    };
+    for (const Case& c : cases) {
+        qmsgReset();
+        PSignals set;
+        set.fileName = "rec.sgf";
+        for (const Signal& s : c.signals) {
+            PSignal* added = AddFilled(set, s.name, s.samples, s.step);
+            if (s.count >= 0) added->count = s.count;
+        }
+        Exported e = Export(set, c.lap, c.flags);
+        EXPECT_EQ(e.ok, c.ok) << c.what;
+        EXPECT_EQ(e.err, c.err) << c.what;
+        EXPECT_EQ(e.text, head + c.text) << c.what;
+    }
+    EXPECT_TRUE(Contains(Log(), "(WARN ): [-] ExportASCII with lap=3 can only work if a 'lap' signal"));
 }
 
 TEST_F(ExportTest, UnwritableOutputIsWarnedAndFails)
@@ -209,92 +192,5 @@ TEST_F(ExportTest, UnwritableOutputIsWarnedAndFails)
     Exported e = Export(set, -1, 0, "no/such/dir/out.txt");
     EXPECT_FALSE(e.ok);
     EXPECT_EQ(e.err, "PSignals::ExportASCII(no/such/dir/out.txt) failed - can't open file\n");
-    EXPECT_TRUE(Contains(Log(), "(WARN ): [-] PSignals::ExportASCII(no/such/dir/out.txt) failed - can't open file ["));
-}
-
-// ---- Lap filtering ----
-
-TEST_F(ExportTest, LapFilterWritesOnlyThatLapWithTimeFromZero)
-{
-    PSignals set;
-    AddFilled(set, "time", {0.0f, 0.5f, 1.0f, 1.5f, 2.0f}, 0.5f);
-    AddFilled(set, "distance", {0.0f, 1.0f, 2.0f, 3.0f, 4.0f}, 0.5f);
-    AddFilled(set, "lap", {1.0f, 1.0f, 2.0f, 2.0f, 3.0f}, 0.5f);
-    Exported e = Export(set, 2);
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.err, "");
-    EXPECT_EQ(e.text, Head() + "time distance lap\n"
-                               "0.000000 2.000000 2.000000\n"
-                               "0.500000 3.000000 2.000000\n");
-}
-
-TEST_F(ExportTest, LapValuesAreRoundedHalfAwayFromZero)
-{
-    PSignals set;
-    AddFilled(set, "distance", {0.0f, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f});
-    AddFilled(set, "lap", {1.5f, -1.5f, 2.4f, -2.5f, 2.5f, -2.4f});
-    Exported up = Export(set, 2);
-    EXPECT_TRUE(up.ok);
-    EXPECT_EQ(up.text, Head() + "time distance lap\n"
-                                "0.000000 0.000000 1.500000\n"
-                                "2.000000 2.000000 2.400000\n");
-    Exported down = Export(set, -2);
-    EXPECT_TRUE(down.ok);
-    EXPECT_EQ(down.text, Head() + "time distance lap\n"
-                                  "0.000000 1.000000 -1.500000\n"
-                                  "4.000000 5.000000 -2.400000\n");
-}
-
-TEST_F(ExportTest, RowsPastTheEndOfAShortLapSignalBelongToNoLap)
-{
-    PSignals set;
-    AddFilled(set, "distance", {0.0f, 1.0f, 2.0f, 3.0f});
-    PSignal* lap = AddFilled(set, "lap", {2.0f, 2.0f, 2.0f, 2.0f});
-    lap->count = 2; // the buffer holds more than the signal
-    Exported e = Export(set, 2);
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.text, Head() + "time distance lap\n"
-                               "0.000000 0.000000 2.000000\n"
-                               "1.000000 1.000000 2.000000\n");
-}
-
-TEST_F(ExportTest, LapAskedForWithoutLapSignalWritesEveryRow)
-{
-    PSignals set;
-    AddFilled(set, "distance", {0.0f, 1.0f});
-    AddFilled(set, "Lap", {3.0f, 4.0f}); // not the lap signal
-    Exported e = Export(set, 3);
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.err, "ExportASCII with lap=3 can only work if a 'lap' signal is present in the telemetry data\n");
-    EXPECT_TRUE(Contains(Log(), "(WARN ): [-] ExportASCII with lap=3 can only work if a 'lap' signal is present"));
-    EXPECT_EQ(e.text, Head() + "time distance Lap\n0.000000 0.000000 3.000000\n1.000000 1.000000 4.000000\n");
-}
-
-// ---- Trigger columns ----
-
-TEST_F(ExportTest, TriggerFlagsTurnLapAndSectorIntoChangeMarks)
-{
-    PSignals set;
-    AddFilled(set, "distance", {0.0f, 1.0f, 2.0f, 3.0f});
-    AddFilled(set, "lap", {1.0f, 1.0f, 2.0f, 2.0f});
-    AddFilled(set, "sector", {0.0f, 1.0f, 1.0f, 2.0f});
-    const std::string columns = Head() + "time distance lap sector\n";
-
-    EXPECT_EQ(Export(set, -1, 0).text, columns + "0.000000 0.000000 1.000000 0.000000\n"
-                                                 "1.000000 1.000000 1.000000 1.000000\n"
-                                                 "2.000000 2.000000 2.000000 1.000000\n"
-                                                 "3.000000 3.000000 2.000000 2.000000\n");
-    EXPECT_EQ(Export(set, -1, PExportOptions::PEO_LAP_TRIGGER).text, columns + "0.000000 0.000000 0.000000 0.000000\n"
-                                                                               "1.000000 1.000000 0.000000 1.000000\n"
-                                                                               "2.000000 2.000000 1.000000 1.000000\n"
-                                                                               "3.000000 3.000000 0.000000 2.000000\n");
-    EXPECT_EQ(Export(set, -1, PExportOptions::PEO_SECTOR_TRIGGER).text,
-              columns + "0.000000 0.000000 1.000000 0.000000\n"
-                        "1.000000 1.000000 1.000000 1.000000\n"
-                        "2.000000 2.000000 2.000000 0.000000\n"
-                        "3.000000 3.000000 2.000000 1.000000\n");
-    Exported both = Export(set, 2, PExportOptions::PEO_LAP_TRIGGER | PExportOptions::PEO_SECTOR_TRIGGER);
-    EXPECT_TRUE(both.ok);
-    EXPECT_EQ(both.text, columns + "0.000000 2.000000 1.000000 0.000000\n"
-                                   "1.000000 3.000000 0.000000 1.000000\n");
+    EXPECT_TRUE(Contains(Log(), "(WARN ): [-] " + e.err.substr(0, e.err.size() - 1) + " ["));
 }

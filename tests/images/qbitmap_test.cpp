@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
+#include <vector>
 
 using namespace tarvik;
 using namespace tarvik::test;
@@ -28,25 +28,17 @@ template <class F> std::string LogOf(F body)
 
 bool Logged(const std::string& log, const std::string& text) { return log.find("[-] " + text + " [") != std::string::npos; }
 
-void Fill(QBitMap& bm, uint8_t seed)
-{
-    uint8_t* p = bm.GetMemory();
-    for (int i = 0; i < bm.GetMemSize(); i++) p[i] = uint8_t(seed + i * 7);
-}
+std::vector<uint8_t> Bytes(const QBitMap& m) { return {m.GetMemory(), m.GetMemory() + m.GetMemSize()}; }
+
+void Fill(QBitMap& bm) { for (int i = 0; i < bm.GetMemSize(); i++) bm.GetMemory()[i] = uint8_t(1 + i * 7); }
 
 // A canvas stand-in: the hooks count what the images ask of a canvas.
 int canvasDeletes, queueExecutions;
 QBlitQueue* executedQueue;
-void CountDelete(QCanvas*) { canvasDeletes++; }
-void ExecuteQueue(QCanvas*)
-{
-    queueExecutions++;
-    executedQueue->numEntries = 0;
-}
-const QCanvasHooks countingHooks = {CountDelete, ExecuteQueue};
-
+const QCanvasHooks countingHooks = {[](QCanvas*) { canvasDeletes++; },
+                                    [](QCanvas*) { queueExecutions++, executedQueue->numEntries = 0; }};
 struct HooksInstalled {
-    HooksInstalled() { canvasDeletes = queueExecutions = 0; qcanvasHooks = &countingHooks; }
+    HooksInstalled() { canvasDeletes = queueExecutions = 0, qcanvasHooks = &countingHooks; }
     ~HooksInstalled() { qcanvasHooks = nullptr; }
 };
 
@@ -55,31 +47,21 @@ struct HooksInstalled {
 TEST(QRectTest, ContainsIsHalfOpenAndInsetKeepsOnePixel)
 {
     QRect r(10, 20, 5, 3);
-    EXPECT_TRUE(r.Contains(10, 20));
-    EXPECT_TRUE(r.Contains(14, 22));
-    EXPECT_FALSE(r.Contains(15, 20));
-    EXPECT_FALSE(r.Contains(10, 23));
-    EXPECT_FALSE(r.Contains(9, 20));
-    QRect edge(0x7FFFFFF0, 0, 0x7FFFFFFF, 1); // the far edge lies beyond the int range
-    EXPECT_TRUE(edge.Contains(0x7FFFFFFF, 0));
+    EXPECT_TRUE(r.Contains(10, 20) && r.Contains(14, 22));
+    EXPECT_FALSE(r.Contains(15, 20) || r.Contains(10, 23) || r.Contains(9, 20) || r.Contains(10, 19));
+    EXPECT_TRUE(QRect(0x7FFFFFF0, 0, 0x7FFFFFFF, 1).Contains(0x7FFFFFFF, 0)); // far edge beyond the int range
 
     r.Inset(1);
-    EXPECT_EQ(r.x, 11);
-    EXPECT_EQ(r.y, 21);
-    EXPECT_EQ(r.wid, 3);
-    EXPECT_EQ(r.hgt, 1);
+    EXPECT_EQ(std::vector<int>({r.x, r.y, r.wid, r.hgt}), std::vector<int>({11, 21, 3, 1}));
     r.Inset(5);
-    EXPECT_EQ(r.wid, 1);
-    EXPECT_EQ(r.hgt, 1);
+    EXPECT_EQ(std::vector<int>({r.wid, r.hgt}), std::vector<int>({1, 1}));
 }
 
 TEST(QColorTest, PacksRedHighestAlphaLowest)
 {
-    QColor c(1, 2, 3, 4);
+    QColor c(1, 2, 3, 4), d(0u);
     EXPECT_EQ(c.GetRGBA(), 0x01020304u);
     c.Set(255, 0, 128, 7);
-    EXPECT_EQ(c.GetRGBA(), 0xFF008007u);
-    QColor d(0u);
     d.Set(&c);
     EXPECT_EQ(d.GetRGBA(), 0xFF008007u);
     EXPECT_STREQ(d.ClassName(), "QColor");
@@ -95,41 +77,28 @@ TEST(QDrawableTest, BaseOperationsReportAndCanvasIsDeletedWithTheDrawable)
         EXPECT_EQ(bm.GetNativeHandle(), nullptr);
         bm.SetCanvas(reinterpret_cast<QCanvas*>(&bm));
     });
-    EXPECT_NE(log.find("(ERR  ): [-] QDrawable::Create() base class called ["), std::string::npos) << log;
-    EXPECT_NE(log.find("(ERR  ): [-] QDrawable::Destroy() base class called ["), std::string::npos) << log;
+    for (std::string what : {"Create", "Destroy"})
+        EXPECT_NE(log.find("(ERR  ): [-] QDrawable::" + what + "() base class called ["), std::string::npos) << log;
     EXPECT_EQ(canvasDeletes, 1);
 }
 
-TEST(QBitMapTest, AllocSizesAndZeroesAndZeroSizesAllocateNothing)
-{
-    int before = qGetAllocCount();
-    {
-        QBitMap empty(32, 0, 0, 0);
-        EXPECT_EQ(empty.GetWidth(), 0);
-        EXPECT_EQ(empty.GetMemory(), nullptr);
-        EXPECT_EQ(qGetAllocCount(), before);
-
-        QBitMap bm(32, 3, 2, 8);
-        ASSERT_NE(bm.GetMemory(), nullptr);
-        EXPECT_EQ(bm.GetMemSize(), 24);
-        EXPECT_EQ(bm.GetFlags(), 8);
-        for (int i = 0; i < 24; i++) EXPECT_EQ(bm.GetMemory()[i], 0);
-        EXPECT_EQ(bm.GetAddress(1, 1), bm.GetMemory() + 16);
-
-        ASSERT_TRUE(bm.Alloc(8, 5, 3, 0, nullptr)); // another depth is sized, not drawn
-        EXPECT_EQ(bm.GetMemSize(), 15);
-        EXPECT_FALSE(bm.HasTransparency());
-        EXPECT_EQ(bm.KeyOutMagenta(), 0);
-    }
-    EXPECT_EQ(qGetAllocCount(), before);
-}
-
-TEST(QBitMapTest, ExternalMemoryIsAdoptedAndNeverFreed)
+TEST(QBitMapTest, AllocSizesZeroesAdoptsExternalMemoryAndLeaksNothing)
 {
     uint8_t block[16] = {};
     int before = qGetAllocCount();
     {
-        QBitMap bm(32, 0, 0, 1);
+        QBitMap empty(32, 0, 0, 0);
+        EXPECT_TRUE(empty.GetWidth() == 0 && empty.GetMemory() == nullptr); // zero sizes allocate nothing
+        EXPECT_EQ(qGetAllocCount(), before);
+
+        QBitMap bm(32, 3, 2, 8);
+        EXPECT_EQ(bm.GetFlags(), 8);
+        EXPECT_EQ(Bytes(bm), std::vector<uint8_t>(24, 0));
+        EXPECT_EQ(bm.GetAddress(1, 1), bm.GetMemory() + 16);
+        ASSERT_TRUE(bm.Alloc(8, 5, 3, 0, nullptr)); // another depth is sized, not drawn
+        EXPECT_EQ(bm.GetMemSize(), 15);
+        EXPECT_TRUE(!bm.HasTransparency() && bm.KeyOutMagenta() == 0);
+
         ASSERT_TRUE(bm.Alloc(32, 2, 2, 1, block));
         EXPECT_EQ(bm.GetFlags(), 1 | QBM_EXTERNAL_MEM);
         bm.SetAlpha(9);
@@ -149,12 +118,9 @@ TEST(QBitMapTest, AllocFailureWarnsAndKeepsTheSizes)
         qSetAllocFailure(1);
         EXPECT_FALSE(bm.Alloc(32, 4, 3, 5, nullptr));
         qSetAllocFailure(0);
-        EXPECT_EQ(bm.GetMemory(), nullptr);
-        EXPECT_EQ(bm.GetWidth(), 4);
-        EXPECT_EQ(bm.GetHeight(), 3);
-        // Sizes no block can have: wrapping, negative, empty.
-        EXPECT_FALSE(bm.Alloc(32, 65536, 65536, 0, nullptr));
-        EXPECT_FALSE(bm.Alloc(32, -2, 3, 0, nullptr));
+        EXPECT_TRUE(bm.GetMemory() == nullptr && bm.GetWidth() == 4 && bm.GetHeight() == 3);
+        // Sizes no block can have: wrapping, negative.
+        EXPECT_FALSE(bm.Alloc(32, 65536, 65536, 0, nullptr) || bm.Alloc(32, -2, 3, 0, nullptr));
         EXPECT_EQ(bm.GetMemSize(), 0);
         bm.Clear();
         bm.SetAlpha(1);
@@ -164,7 +130,7 @@ TEST(QBitMapTest, AllocFailureWarnsAndKeepsTheSizes)
     EXPECT_TRUE(Logged(log, "QBitMap::Alloc() failed on 65536x65536, depth 32, flags 0")) << log;
 }
 
-TEST(QBitMapTest, SetColorAtCountsFromTheTopAndChecksTheRange)
+TEST(QBitMapTest, SetColorAtCountsFromTheTopChecksTheRangeAndScansFindIt)
 {
     QBitMap bm(32, 2, 2, 0);
     std::string log = LogOf([&] {
@@ -172,66 +138,49 @@ TEST(QBitMapTest, SetColorAtCountsFromTheTopAndChecksTheRange)
         bm.SetColorAt(2, 0, QColor(9, 9, 9, 9));
         bm.SetColorAt(0, -1, QColor(9, 9, 9, 9));
     });
-    const uint8_t want[16] = {0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 0, 0, 0, 0};
-    EXPECT_EQ(std::memcmp(bm.GetMemory(), want, 16), 0);
+    EXPECT_EQ(Bytes(bm), std::vector<uint8_t>({0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 0, 0, 0, 0}));
     EXPECT_TRUE(Logged(log, "QBitMap:SetColorAt(2,0) out of range (2x2)")) << log;
     EXPECT_TRUE(Logged(log, "QBitMap:SetColorAt(0,-1) out of range (2x2)")) << log;
+
+    QBitMap row(32, 3, 1, 0);
+    row.SetAlpha(255);
+    EXPECT_TRUE(!row.HasTransparency() && row.KeyOutMagenta() == 0);
+    row.SetColorAt(1, 0, QColor(255, 0, 255, 17));
+    row.SetColorAt(2, 0, QColor(255, 1, 255, 255));
+    EXPECT_EQ(row.KeyOutMagenta(), 1);
+    EXPECT_EQ(Bytes(row), std::vector<uint8_t>({0, 0, 0, 255, 0, 0, 0, 0, 255, 1, 255, 255}));
+    EXPECT_TRUE(row.HasTransparency());
+    row.Clear();
+    EXPECT_EQ(Bytes(row), std::vector<uint8_t>(12, 0));
 }
 
-TEST(QBitMapTest, PixelScans)
-{
-    QBitMap bm(32, 3, 1, 0);
-    bm.SetAlpha(255);
-    EXPECT_FALSE(bm.HasTransparency());
-    EXPECT_EQ(bm.KeyOutMagenta(), 0);
-    bm.SetColorAt(1, 0, QColor(255, 0, 255, 17));
-    bm.SetColorAt(2, 0, QColor(255, 1, 255, 255));
-    EXPECT_EQ(bm.KeyOutMagenta(), 1);
-    const uint8_t want[12] = {0, 0, 0, 255, 0, 0, 0, 0, 255, 1, 255, 255};
-    EXPECT_EQ(std::memcmp(bm.GetMemory(), want, 12), 0);
-    EXPECT_TRUE(bm.HasTransparency());
-    bm.Clear();
-    for (int i = 0; i < 12; i++) EXPECT_EQ(bm.GetMemory()[i], 0);
-}
-
-TEST(BlitCopyTest, RangeChecksComeInOrderAndDrawNothing)
+TEST(BlitCopyTest, RangeChecksComeInOrderAndDrawNothingAndTheExactFitCopies)
 {
     QBitMap src(32, 4, 3, 0), dst(32, 5, 4, 0);
-    Fill(src, 1);
+    Fill(src);
     struct Case { int sx, sy, dx, dy, w, h; const char* words; } cases[] = {
-        {1, 0, 0, 0, 4, 1, "[BlitCopy] BlitCopy source width goes out of range"},
-        {0, 1, 0, 0, 1, 3, "[BlitCopy] BlitCopy source height goes out of range"},
-        {0, 0, 2, 0, 4, 1, "[BlitCopy] BlitCopy destination width goes out of range"},
-        {0, 0, 0, 2, 1, 3, "[BlitCopy] BlitCopy destination height goes out of range"},
-        {-1, 0, 0, 0, 1, 1, "[BlitCopy] BlitCopy source width goes out of range"},
-        {0, 0, 0, -1, 1, 1, "[BlitCopy] BlitCopy destination height goes out of range"},
+        {1, 0, 0, 0, 4, 1, "source width"},       {0, 1, 0, 0, 1, 3, "source height"},
+        {0, 0, 2, 0, 4, 1, "destination width"},  {0, 0, 0, 2, 1, 3, "destination height"},
+        {-1, 0, 0, 0, 1, 1, "source width"},      {0, 0, 0, -1, 1, 1, "destination height"},
     };
     for (const Case& c : cases) {
         std::string log = LogOf([&] { BlitCopy(&src, c.sx, c.sy, &dst, c.dx, c.dy, c.w, c.h, 0, 0); });
-        EXPECT_TRUE(Logged(log, c.words)) << c.words << "\n" << log;
-        for (int i = 0; i < dst.GetMemSize(); i++) ASSERT_EQ(dst.GetMemory()[i], 0) << c.words;
+        EXPECT_TRUE(Logged(log, std::string("[BlitCopy] BlitCopy ") + c.words + " goes out of range")) << log;
+        ASSERT_EQ(Bytes(dst), std::vector<uint8_t>(80, 0)) << c.words;
     }
     std::string log = LogOf([&] {
         BlitCopy(nullptr, 0, 0, &dst, 0, 0, 1, 1, 0, 0);
         BlitCopy(&src, 0, 0, nullptr, 0, 0, 1, 1, 0, 0);
     });
-    EXPECT_TRUE(Logged(log, "[BlitCopy] sbm is NULL")) << log;
-    EXPECT_TRUE(Logged(log, "[BlitCopy] dbm is NULL")) << log;
+    EXPECT_TRUE(Logged(log, "[BlitCopy] sbm is NULL") && Logged(log, "[BlitCopy] dbm is NULL")) << log;
 
-    // The exact fit passes: width 3 from column 1 of a 4 wide source.
+    // Width 3 from column 1 of a 4 wide source fits; a plain word copy, alpha included.
+    dst.SetAlpha(255);
     BlitCopy(&src, 1, 0, &dst, 2, 1, 3, 3, 0, 0);
     for (int y = 0; y < 3; y++)
-        EXPECT_EQ(std::memcmp(dst.GetAddress(2, 1 + y), src.GetAddress(1, y), 12), 0) << y;
-    EXPECT_EQ(dst.GetAddress(1, 1)[0], 0);
-}
-
-TEST(BlitCopyTest, CopyIsAPlainWordCopyAlphaIncluded)
-{
-    QBitMap src(32, 2, 2, 0), dst(32, 2, 2, 0);
-    Fill(src, 3);
-    dst.SetAlpha(255);
-    BlitCopy(&src, 0, 0, &dst, 0, 0, 2, 2, 0, 0);
-    EXPECT_EQ(std::memcmp(src.GetMemory(), dst.GetMemory(), 16), 0);
+        EXPECT_EQ(std::vector<uint8_t>(dst.GetAddress(2, 1 + y), dst.GetAddress(5, 1 + y)),
+                  std::vector<uint8_t>(src.GetAddress(1, y), src.GetAddress(4, y))) << y;
+    EXPECT_EQ(dst.GetAddress(1, 1)[3], 255);
     QBlit(&src, 0, 0, &dst, 0, 0, 0, 2, 1, 1); // nothing to do, not even a check
 }
 
@@ -243,10 +192,9 @@ TEST(BlitCopyTest, BlendIsTheExactIntegerFormula)
     for (int d : {0, 77, 255}) {
         for (int a = 0; a < 256; a++)
             for (int s = 0; s < 256; s++) {
-                uint8_t* p = src.GetAddress(s, a);
-                p[0] = uint8_t(s); p[1] = uint8_t(255 - s); p[2] = uint8_t(s / 2); p[3] = uint8_t(a);
-                uint8_t* q = dst.GetAddress(s, a);
-                q[0] = q[1] = q[2] = uint8_t(d); q[3] = 100;
+                uint8_t *p = src.GetAddress(s, a), *q = dst.GetAddress(s, a);
+                p[0] = uint8_t(s), p[1] = uint8_t(255 - s), p[2] = uint8_t(s / 2), p[3] = uint8_t(a);
+                q[0] = q[1] = q[2] = uint8_t(d), q[3] = 100;
             }
         BlitCopy(&src, 0, 0, &dst, 0, 0, 256, 256, 1, 0);
         for (int a = 0; a < 256; a++)
@@ -282,20 +230,14 @@ TEST(QBlitQueueTest, OverflowRunsTheListAndKeepsTheNewRecord)
     ASSERT_EQ(queue.numEntries, 1);
     const QBlitEntry* e = queue.GetBlit(0);
     ASSERT_NE(e, nullptr);
-    EXPECT_EQ(e->srcX, 7);
-    EXPECT_EQ(e->dstY, 12);
-    EXPECT_EQ(e->flags, uint32_t(QBLIT_SKIP));
-    EXPECT_EQ(queue.GetBlit(1), nullptr);
-    EXPECT_EQ(queue.GetBlit(-1), nullptr);
-}
+    EXPECT_EQ(std::vector<int>({e->srcX, e->dstY, int(e->flags)}), std::vector<int>({7, 12, QBLIT_SKIP}));
+    EXPECT_TRUE(queue.GetBlit(1) == nullptr && queue.GetBlit(-1) == nullptr);
 
-TEST(QBlitQueueTest, WithoutACanvasTheQueueNeverRunsPastItsRecords)
-{
-    QBitMap bm(32, 1, 1, 0);
-    QBlitQueue queue(nullptr);
+    // Without a canvas the queue starts over and never runs past its records.
+    QBlitQueue bare(nullptr);
     LogOf([&] {
-        for (int i = 0; i < 1203; i++) queue.AddBlit(&bm, i, 0, 1, 1, 0, 0, 0);
+        for (int i = 0; i < 1203; i++) bare.AddBlit(&bm, i, 0, 1, 1, 0, 0, 0);
     });
-    EXPECT_EQ(queue.numEntries, 203);
-    EXPECT_EQ(queue.GetBlit(202)->srcX, 1202);
+    EXPECT_EQ(bare.numEntries, 203);
+    EXPECT_EQ(bare.GetBlit(202)->srcX, 1202);
 }

@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -37,11 +36,19 @@ Picture MakePicture(int w, int h, bool alpha = true)
     for (int y = 0; y < h; y++)
         for (int x = 0; x < w; x++) {
             uint8_t* q = p.At(x, y);
-            q[0] = uint8_t(x * 29 + 1);
-            q[1] = uint8_t(y * 37 + 2);
-            q[2] = uint8_t(x * 5 + y * 11 + 3);
+            q[0] = uint8_t(x * 29 + 1), q[1] = uint8_t(y * 37 + 2), q[2] = uint8_t(x * 5 + y * 11 + 3);
             q[3] = alpha ? uint8_t(250 - x - 3 * y) : 255;
         }
+    return p;
+}
+
+// Green and blue set to 'gb', alpha to 'a'; -1 copies the red.
+Picture Grey(Picture p, int gb, int a)
+{
+    for (size_t i = 0; i < p.rgba.size(); i += 4) {
+        p.rgba[i + 1] = p.rgba[i + 2] = uint8_t(gb < 0 ? p.rgba[i] : gb);
+        p.rgba[i + 3] = uint8_t(a < 0 ? p.rgba[i] : a);
+    }
     return p;
 }
 
@@ -49,43 +56,31 @@ Picture MakePicture(int w, int h, bool alpha = true)
 std::vector<uint8_t> TopDown(const QBitMap& bm)
 {
     std::vector<uint8_t> out;
-    if (!bm.GetMemory()) return out;
-    for (int y = bm.GetHeight() - 1; y >= 0; y--) {
-        const uint8_t* row = bm.GetAddress(0, y);
-        out.insert(out.end(), row, row + size_t(bm.GetWidth()) * 4);
-    }
+    for (int y = bm.GetMemory() ? bm.GetHeight() - 1 : -1; y >= 0; y--)
+        out.insert(out.end(), bm.GetAddress(0, y), bm.GetAddress(bm.GetWidth(), y));
     return out;
 }
 
-void Put16LE(std::string& s, int v) { s += char(v & 0xFF); s += char(v >> 8 & 0xFF); }
-void Put32LE(std::string& s, int64_t v) { Put16LE(s, int(v & 0xFFFF)); Put16LE(s, int(v >> 16 & 0xFFFF)); }
-void Put16BE(std::string& s, int v) { s += char(v >> 8 & 0xFF); s += char(v & 0xFF); }
-void Put32BE(std::string& s, uint32_t v) { Put16BE(s, int(v >> 16)); Put16BE(s, int(v & 0xFFFF)); }
-
-// ---- Targa ----
+// 'n' bytes of 'v', little-endian unless 'big'.
+void Put(std::string& s, int64_t v, int n, bool big = false)
+{
+    for (int i = 0; i < n; i++) s += char(v >> 8 * (big ? n - 1 - i : i));
+}
 
 std::string TgaHeader(int type, int w, int h, int depth, bool top, int idLength = 0, int colorMapType = 0)
 {
-    std::string s;
-    s += char(idLength);
-    s += char(colorMapType);
-    s += char(type);
-    s += std::string(5, '\0');
-    Put16LE(s, 0);
-    Put16LE(s, 0);
-    Put16LE(s, w);
-    Put16LE(s, h);
-    s += char(depth);
-    s += char(top ? 32 : 0);
-    s += std::string(size_t(idLength), 'i');
-    return s;
+    std::string s = std::string{char(idLength), char(colorMapType), char(type)} + std::string(9, '\0');
+    Put(s, w, 2), Put(s, h, 2);
+    return s + char(depth) + char(top ? 32 : 0) + std::string(size_t(idLength), 'i');
 }
 
-std::string TgaPixel(const uint8_t* q, int depth)
+// 'n' pixels from (x, y) as Targa and BMP store them: grey, or blue, green, red and (32 bits) alpha.
+std::string FilePixels(Picture& p, int x, int y, int n, int depth)
 {
-    if (depth == 8) return std::string(1, char(q[0]));
-    std::string s{char(q[2]), char(q[1]), char(q[0])};
-    if (depth == 32) s += char(q[3]);
+    std::string s;
+    for (const uint8_t* q = p.At(x, y); n-- > 0; q += 4)
+        for (int c : {2, 1, 0, 3})
+            if (depth == 8 ? c == 0 : c < 3 || depth == 32) s += char(q[c]);
     return s;
 }
 
@@ -94,350 +89,265 @@ std::string Tga(Picture& p, int depth, bool top, bool rle)
 {
     std::string s = TgaHeader(rle ? 10 : depth == 8 ? 3 : 2, p.w, p.h, depth, top);
     for (int i = 0; i < p.h; i++) {
-        int y = top ? i : p.h - 1 - i;
-        for (int x = 0; x < p.w;) {
-            if (!rle) {
-                s += TgaPixel(p.At(x++, y), depth);
-                continue;
-            }
-            int run = 1;
-            while (x + run < p.w && run < 128 && std::memcmp(p.At(x, y), p.At(x + run, y), 4) == 0) run++;
-            if (run > 1) {
-                s += char(0x80 | (run - 1));
-                s += TgaPixel(p.At(x, y), depth);
-                x += run;
-            } else {
-                int n = std::min(3, p.w - x);
-                s += char(n - 1);
-                for (int k = 0; k < n; k++) s += TgaPixel(p.At(x + k, y), depth);
-                x += n;
-            }
+        int y = top ? i : p.h - 1 - i, run = 1;
+        for (int x = 0; x < p.w; x += run, run = 1) {
+            while (rle && x + run < p.w && run < 128 && std::memcmp(p.At(x, y), p.At(x + run, y), 4) == 0) run++;
+            if (!rle)
+                s += FilePixels(p, x, y, 1, depth);
+            else if (run > 1)
+                s += char(0x80 | (run - 1)) + FilePixels(p, x, y, 1, depth);
+            else
+                run = std::min(3, p.w - x), s += char(run - 1) + FilePixels(p, x, y, run, depth);
         }
     }
     return s;
 }
 
-// ---- SGI RGB ----
-
-std::string RgbHeader(bool bigEndian, bool rle, int w, int h, int z)
+std::string RgbHeader(bool big, bool rle, int w, int h, int z)
 {
-    std::string s;
-    auto put16 = [&](int v) { bigEndian ? Put16BE(s, v) : Put16LE(s, v); };
-    if (bigEndian) s += "\x01\xDA"; else s += "\xDA\x01";
-    put16((rle ? 1 : 0) << 8 | 1);
-    put16(3);
-    put16(w);
-    put16(h);
-    put16(z);
-    s += std::string(512 - s.size(), '\0');
-    return s;
+    std::string s = big ? "\x01\xDA" : "\xDA\x01";
+    for (int v : {(rle ? 1 : 0) << 8 | 1, 3, w, h, z}) Put(s, v, 2, big);
+    return s + std::string(512 - s.size(), '\0');
 }
 
-std::string Rgb(Picture& p, int planes, bool bigEndian, bool rle)
+// Planes bottom row first; with 'rle' a row is one literal packet, but the first row of each plane
+// starts with a run of one.
+std::string Rgb(Picture& p, int planes, bool big, bool rle)
 {
-    std::string s = RgbHeader(bigEndian, rle, p.w, p.h, planes);
-    if (!rle) {
-        for (int z = 0; z < planes; z++)
-            for (int y = p.h - 1; y >= 0; y--)
-                for (int x = 0; x < p.w; x++) s += char(p.At(x, y)[z]);
-        return s;
-    }
-    // Rows as one literal packet each, but the first, which is a run and a literal.
-    std::string rows;
-    std::vector<uint32_t> starts;
-    const uint32_t dataStart = uint32_t(512 + 8 * planes * p.h);
+    std::string s = RgbHeader(big, rle, p.w, p.h, planes), rows, table;
     for (int z = 0; z < planes; z++)
         for (int y = p.h - 1; y >= 0; y--) {
-            starts.push_back(dataStart + uint32_t(rows.size()));
-            int x = 0;
-            if (y == p.h - 1) {
-                rows += char(1);
-                rows += char(p.At(0, y)[z]);
-                x = 1;
-            }
-            rows += char(0x80 | (p.w - x));
+            Put(table, 512 + 8 * planes * p.h + int64_t(rows.size()), 4, big);
+            int x = rle && y == p.h - 1;
+            if (x) rows += std::string{'\1', char(p.At(0, y)[z])};
+            if (rle) rows += char(0x80 | (p.w - x));
             for (; x < p.w; x++) rows += char(p.At(x, y)[z]);
-            rows += char(0);
+            if (rle) rows += '\0';
         }
-    for (uint32_t v : starts) bigEndian ? Put32BE(s, v) : Put32LE(s, v);
-    for (size_t i = 0; i < starts.size(); i++) bigEndian ? Put32BE(s, 0) : Put32LE(s, 0);
-    return s + rows;
+    return rle ? s + table + std::string(table.size(), '\0') + rows : s + rows;
 }
-
-// ---- BMP ----
 
 std::string Bmp(Picture& p, int bits, bool topDown, int compression = 0)
 {
     int stride = (p.w * bits + 31) / 32 * 4;
     std::string s = "BM";
-    Put32LE(s, 54 + stride * p.h);
-    Put32LE(s, 0);
-    Put32LE(s, 54);
-    Put32LE(s, 40);
-    Put32LE(s, p.w);
-    Put32LE(s, topDown ? -p.h : p.h);
-    Put16LE(s, 1);
-    Put16LE(s, bits);
-    Put32LE(s, compression);
+    for (int v : {54 + stride * p.h, 0, 54, 40, p.w, topDown ? -p.h : p.h}) Put(s, v, 4);
+    Put(s, 1, 2), Put(s, bits, 2), Put(s, compression, 4);
     s += std::string(20, '\0');
     for (int i = 0; i < p.h; i++) {
-        int y = topDown ? i : p.h - 1 - i;
-        std::string row;
-        for (int x = 0; x < p.w; x++) {
-            const uint8_t* q = p.At(x, y);
-            if (bits == 8) row += char(q[0]);
-            else row += std::string{char(q[2]), char(q[1]), char(q[0])};
-        }
+        std::string row = FilePixels(p, 0, topDown ? i : p.h - 1 - i, p.w, bits);
         row.resize(size_t(stride), '\x55');
         s += row;
     }
     return s;
 }
 
-// ---- MIP ----
-
+// Palette entry i: red 7i+1, green 5i, blue 3i+shift, alpha 200+i.
 std::string Cmap(int sizeWord, int shift)
 {
     std::string s(8, 'c');
-    Put32LE(s, sizeWord);
+    Put(s, sizeWord, 4);
     for (int i = 0; i < 16; i++) s += std::string{char(i * 3 + shift), char(i * 5), char(i * 7 + 1), char(200 + i)};
     return s;
 }
 
-// nibbles[y][x] from the top; the palette entry i is red 7i+1, green 5i, blue 3i+shift, alpha 200+i.
+// nibbles[y][x] from the top. The second record's palette has shift 0, the first's 100.
 std::string Mip(const std::vector<std::vector<int>>& nibbles, int firstType, int imageType, int rowBytes,
                 int cmapSize = 64)
 {
     int h = int(nibbles.size()), w = int(nibbles[0].size());
-    std::string s = "PIM " + std::string(8, 't');
-    s += std::string(12, 'r') + char(firstType);
-    Put32LE(s, 999);
-    Put32LE(s, 999);
-    s += std::string(11, 's');
-    if (firstType == 0 || firstType == 1) s += Cmap(cmapSize, 100);
-    s += std::string(12, 'k');
-    s += std::string(12, 'r') + char(imageType);
-    Put32LE(s, w);
-    Put32LE(s, h);
-    Put32LE(s, rowBytes);
-    s += "sss";
-    if (imageType == 2) s += Cmap(cmapSize, 0);
-    s += std::string(12, 'k');
+    std::string s = "PIM " + std::string(8, 't') + std::string(12, 'r') + char(firstType);
+    Put(s, 999, 4), Put(s, 999, 4);
+    s += std::string(11, 's') + (firstType == 0 || firstType == 1 ? Cmap(cmapSize, 100) : "");
+    s += std::string(12, 'k') + std::string(12, 'r') + char(imageType);
+    Put(s, w, 4), Put(s, h, 4), Put(s, rowBytes, 4);
+    s += "sss" + (imageType == 2 ? Cmap(cmapSize, 0) : "") + std::string(12, 'k');
     for (auto& row : nibbles) {
         std::string bytes(size_t(rowBytes), '\0');
-        for (int x = 0; x < w; x++) bytes[size_t(x / 2)] = char(bytes[size_t(x / 2)] | (x & 1 ? row[size_t(x)] : row[size_t(x)] << 4));
+        for (int x = 0; x < w; x++) bytes[size_t(x / 2)] |= char(row[size_t(x)] << (x & 1 ? 0 : 4));
         s += bytes;
     }
     return s;
 }
 
-// ---- JPEG, written by the library ----
-
+// A JPEG written by the library: left half (40, 100, 160, 220); right half 200 - 50k, 20 more on top.
 std::string Jpeg(int w, int h, int components, J_COLOR_SPACE space, int quality = 95)
 {
     jpeg_compress_struct c;
     jpeg_error_mgr err;
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
     unsigned char* out = nullptr;
     unsigned long size = 0;
+    c.err = jpeg_std_error(&err);
+    jpeg_create_compress(&c);
     jpeg_mem_dest(&c, &out, &size);
-    c.image_width = JDIMENSION(w);
-    c.image_height = JDIMENSION(h);
-    c.input_components = components;
-    c.in_color_space = space;
-    jpeg_set_defaults(&c);
-    jpeg_set_quality(&c, quality, TRUE);
-    jpeg_start_compress(&c, TRUE);
+    c.image_width = JDIMENSION(w), c.image_height = JDIMENSION(h);
+    c.input_components = components, c.in_color_space = space;
+    jpeg_set_defaults(&c), jpeg_set_quality(&c, quality, TRUE), jpeg_start_compress(&c, TRUE);
     std::vector<uint8_t> line(size_t(w) * components);
-    while (c.next_scanline < c.image_height) {
-        int y = int(c.next_scanline);
+    for (int y = 0; y < h; y++) {
         for (int x = 0; x < w; x++)
-            for (int k = 0; k < components; k++) line[size_t(x * components + k)] = uint8_t(x < w / 2 ? 40 + 60 * k : 200 - 50 * k + (y < h / 2 ? 20 : 0));
+            for (int k = 0; k < components; k++)
+                line[size_t(x * components + k)] = uint8_t(x < w / 2 ? 40 + 60 * k : 200 - 50 * k + (y < h / 2) * 20);
         JSAMPROW row = line.data();
         jpeg_write_scanlines(&c, &row, 1);
     }
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
+    jpeg_finish_compress(&c), jpeg_destroy_compress(&c);
     std::string s(reinterpret_cast<char*>(out), size);
     free(out);
     return s;
 }
 
-// Writes 'bytes' under 'name' in a fresh directory, loads it, and gives the log of the load.
+// Writes 'bytes' under 'name' in a fresh directory (unless 'bytes' is null), loads it, and gives
+// what the load left: the log, standard output and error, the picture. 'fast' installs an
+// application with no file system of its own, which sends Targa to the fast road.
 struct Load {
-    std::string log;
-    std::string out; // standard output
-    std::string err; // standard error, where info reports go
+    std::string log, out, err;
     bool ok = false;
     int w = 0, h = 0;
     std::vector<uint8_t> pixels;
 };
 
-Load LoadBytes(const std::string& name, const std::string& bytes)
+const QAppHooks appHooks = {};
+Load LoadBytes(const std::string& name, const std::string* bytes, bool fast = false)
 {
     TempDir dir(true);
     qmsgReset();
-    WriteFile(dir.File(name), bytes);
+    if (bytes) WriteFile(dir.File(name), *bytes);
     Load r;
     testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
     {
+        qappHooks = fast ? &appHooks : nullptr;
         QImage im(name.c_str());
-        r.ok = im.IsOK();
-        r.w = im.GetWidth();
-        r.h = im.GetHeight();
-        r.pixels = TopDown(im);
+        qappHooks = nullptr;
+        r.ok = im.IsOK(), r.w = im.GetWidth(), r.h = im.GetHeight(), r.pixels = TopDown(im);
     }
     r.out = testing::internal::GetCapturedStdout();
     r.err = testing::internal::GetCapturedStderr();
     r.log = LogWithoutTimes(ReadFile(dir.File("QLOG.txt")));
     return r;
 }
+Load LoadBytes(const std::string& name, const std::string& b, bool fast = false) { return LoadBytes(name, &b, fast); }
 
 bool Logged(const Load& r, const std::string& text) { return r.log.find("[-] " + text + " [") != std::string::npos; }
 
-#define EXPECT_PICTURE(load, picture)                                                                           \
-    do {                                                                                                        \
-        EXPECT_TRUE((load).ok) << (load).log;                                                                   \
-        EXPECT_EQ((load).w, (picture).w);                                                                       \
-        EXPECT_EQ((load).h, (picture).h);                                                                       \
-        EXPECT_TRUE((load).pixels == (picture).rgba) << (load).log;                                              \
-    } while (0)
-
-// Installs an application with no file system of its own, which sends Targa to the fast road.
-const QAppHooks appHooks = {};
-struct WithApp {
-    WithApp() { qappHooks = &appHooks; }
-    ~WithApp() { qappHooks = nullptr; }
-};
+testing::AssertionResult IsPicture(const Load& l, const Picture& p)
+{
+    if (l.ok && l.w == p.w && l.h == p.h && l.pixels == p.rgba) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "ok " << l.ok << ", " << l.w << "x" << l.h << ", other pixels\n" << l.log;
+}
+#define EXPECT_PICTURE(load, picture) EXPECT_TRUE(IsPicture(load, picture))
 
 } // namespace
 
-TEST(QImageTypeTest, FirstSubstringOfTheUpperCasedNameWins)
+TEST(QImageTypeTest, FirstSubstringOfTheUpperCasedNameWinsAndMissingFilesFailWithTheWarning)
 {
-    EXPECT_EQ(QImage::GetImageFileType("a.tga.jpg"), QIMAGE_TGA);
-    EXPECT_EQ(QImage::GetImageFileType("shot.jpe"), QIMAGE_JPG);
-    EXPECT_EQ(QImage::GetImageFileType("a.tga.bak"), QIMAGE_TGA);
-    EXPECT_EQ(QImage::GetImageFileType("x.Rgb"), QIMAGE_RGB);
-    EXPECT_EQ(QImage::GetImageFileType("x.bmp.psd"), QIMAGE_PSD);
-    EXPECT_EQ(QImage::GetImageFileType("x.mip"), QIMAGE_MIP);
-    EXPECT_EQ(QImage::GetImageFileType("x.png.bmp"), QIMAGE_PNG);
-    EXPECT_EQ(QImage::GetImageFileType("x.gif"), QIMAGE_UNKNOWN);
+    const std::pair<std::string, int> cases[] = {
+        {"a.tga.jpg", QIMAGE_TGA}, {"shot.jpe", QIMAGE_JPG}, {"a.tga.bak", QIMAGE_TGA}, {"x.Rgb", QIMAGE_RGB},
+        {"x.bmp.psd", QIMAGE_PSD}, {"x.mip", QIMAGE_MIP}, {"x.png.bmp", QIMAGE_PNG}, {"x.gif", QIMAGE_UNKNOWN},
+        // Only the first 255 characters are looked at.
+        {std::string(251, 'a') + ".tga", QIMAGE_TGA}, {std::string(252, 'a') + ".tga", QIMAGE_UNKNOWN},
+    };
+    for (const auto& c : cases) EXPECT_EQ(QImage::GetImageFileType(c.first.c_str()), c.second) << c.first;
     EXPECT_EQ(QImage::GetImageFileType(nullptr), QIMAGE_UNKNOWN);
-    // Only the first 255 characters are looked at.
-    EXPECT_EQ(QImage::GetImageFileType((std::string(251, 'a') + ".tga").c_str()), QIMAGE_TGA);
-    EXPECT_EQ(QImage::GetImageFileType((std::string(252, 'a') + ".tga").c_str()), QIMAGE_UNKNOWN);
-}
 
-TEST(QImageTypeTest, UnknownAndMissingFilesFailWithTheConstructorsWarning)
-{
-    Load unknown = LoadBytes("x.gif", "GIF89a");
-    EXPECT_FALSE(unknown.ok);
-    EXPECT_TRUE(Logged(unknown, "QImage ctor: can't load 'x.gif'")) << unknown.log;
-
-    Load png = LoadBytes("x.png", "not read at all");
-    EXPECT_TRUE(png.ok);
-    EXPECT_TRUE(png.pixels.empty());
-
-    TempDir dir(true);
-    for (const char* name : {"no.tga", "no.rgb", "no.bmp", "no.mip", "no.jpg"}) {
-        qmsgReset();
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-        bool ok = QImage(name).IsOK();
-        std::string out = testing::internal::GetCapturedStdout();
-        testing::internal::GetCapturedStderr();
-        EXPECT_FALSE(ok) << name;
-        EXPECT_EQ(out, std::string(name) == "no.jpg" ? "Can't open no.jpg\n" : "") << name;
-        std::string log = LogWithoutTimes(ReadFile("QLOG.txt"));
-        EXPECT_NE(log.find("[-] QImage ctor: can't load '" + std::string(name) + "' ["), std::string::npos) << log;
-        EXPECT_EQ(log.find("MIP image"), std::string::npos) << log; // no reader speaks of a missing file
+    EXPECT_TRUE(LoadBytes("x.png", "not read at all").ok); // no reader: a picture of nothing
+    for (const char* name : {"x.gif", "no.tga", "no.rgb", "no.bmp", "no.mip", "no.jpg"}) {
+        Load r = name[0] == 'x' ? LoadBytes(name, "GIF89a") : LoadBytes(name, nullptr);
+        EXPECT_FALSE(r.ok) << name;
+        EXPECT_EQ(r.out, std::string(name) == "no.jpg" ? "Can't open no.jpg\n" : "") << name;
+        EXPECT_TRUE(Logged(r, "QImage ctor: can't load '" + std::string(name) + "'")) << r.log;
+        EXPECT_EQ(r.log.find("MIP image"), std::string::npos) << r.log; // no reader speaks of a missing file
     }
 }
 
-// ---- Targa ----
-
-TEST(QImageTgaTest, EveryKindAndOriginGivesThePicture)
+// Every refusal, with the words it logs. 'ok' loads keep a zero bitmap of the file's size.
+TEST(QImageTest, RefusalsOfEveryReader)
 {
-    Picture colour = MakePicture(7, 5);
-    Picture opaque = MakePicture(7, 5, false);
+    Picture p = MakePicture(3, 2, false);
+    std::vector<std::vector<int>> nib = {{1, 2, 3}, {4, 5, 6}};
+    std::string tooWide = TgaHeader(2, 16385, 1, 24, false) + std::string(16385 * 3, 'x');
+    std::string colormap = TgaHeader(2, 1, 1, 24, false, 0, 1) + "xyz";
+    std::string depth16 = TgaHeader(2, 2, 2, 16, false) + std::string(8, 'x');
+    std::string rgbTable = Rgb(p, 3, true, true), bmp = Bmp(p, 24, false), bmpHuge = bmp, mip = Mip(nib, 0, 2, 2);
+    rgbTable[512 + 4 * 4 + 1] = '\x7F'; // the start of plane 2's first row, far outside the file
+    bmpHuge[18] = bmpHuge[19] = bmpHuge[22] = bmpHuge[23] = '\x7F', bmpHuge[30] = 2;
+    std::string jpeg = Jpeg(16, 16, 3, JCS_RGB), jpegWide = jpeg, jpegLying = jpeg;
+    size_t sof = jpeg.find("\xFF\xC0");
+    ASSERT_NE(sof, std::string::npos);
+    jpegWide.replace(sof + 7, 2, "\x40\x01"); // 16385 columns
+    jpegLying.replace(sof + 5, 4, std::string("\x40\x00\x40\x00", 4));
+    struct Case { bool fast; std::string name, file, words; bool ok; };
+    // clang-format off
+    const Case cases[] = {
+        {false, "s.tga", tooWide, "QImage:ReadTGA(); too wide", false},
+        {false, "s.tga", colormap, "QImage:ReadTGA(); colormap is not supported", false},
+        {false, "s.tga", depth16, "QImage:ReadTGA(); no image loader for type 2, pixDepth 16", true},
+        {false, "s.tga", TgaHeader(2, 16384, 16384, 32, false) + "xx", "QImage:ReadTGA(s.tga); 16384x16384 is more than the file holds", false},
+        {true, "f.tga", tooWide, "QImage:ReadTGA(f.tga); too wide (max width=16384)", false},
+        {true, "f.tga", colormap, "QImage:ReadTGA(f.tga); colormap is not supported", false},
+        {true, "f.tga", depth16, "QImage:ReadTGA(); no image loader for type 2, pixDepth 16", false},
+        {true, "f.tga", "", "QImage:ReadTGA(); no memory to read 'f.tga'", false},
+        {true, "f.tga", TgaHeader(2, 0, 3, 24, false), "QImage:ReadTGA(f.tga); 0x3 is more than the file holds", false},
+        {true, "f.tga", TgaHeader(2, 3, -1, 24, false) + "abcdefghi", "QImage:ReadTGA(f.tga); 3x-1 is more than the file holds", false},
+        {true, "f.tga", TgaHeader(10, 300, 300, 24, false, 200), "QImage:ReadTGA(f.tga); 300x300 is more than the file holds", false},
+        {false, "w.rgb", RgbHeader(true, false, 16385, 1, 4) + std::string(16385 * 4, 'x'), "w.rgb width 16385 out of bounds", false},
+        {false, "t.rgb", rgbTable, "QImage::ReadRGB(t.rgb); row 0 of plane 2 starts at 8323654, outside the data", false},
+        {false, "l.rgb", RgbHeader(true, false, 16384, 65535, 4) + "tiny", "QImage::ReadRGB(l.rgb); 16384x65535x4 needs 1073725952 bytes, the file has 516", false},
+        {false, "l.rgb", RgbHeader(true, true, 16384, 65535, 4) + "tiny", "QImage::ReadRGB(l.rgb); 16384x65535x4 needs 16776960 bytes, the file has 516", false},
+        {false, "z.rgb", RgbHeader(true, false, 0, 5, 3), "QBitMap::Alloc() failed on 0x5, depth 32, flags 0", false},
+        {false, "u.bmp", Bmp(p, 24, false, 1), "QImage:ReadBMP(u.bmp); unsupported #bits (24) or compression (1)", true},
+        {false, "s.bmp", bmp.substr(0, bmp.size() - 4), "QImage:ReadBMP(s.bmp); 3x2 is more than the file holds", false},
+        {false, "s.bmp", "BM", "QImage:ReadBMP(s.bmp); 0x0 is more than the file holds", false},
+        {false, "h.bmp", bmpHuge, "QImage:ReadBMP(h.bmp); 32639x32639 is more than the file holds", false},
+        {false, "t.jpg", jpeg.substr(0, jpeg.size() / 2), "QImage:ReadJPG(t.jpg); Premature end of JPEG file", false},
+        {false, "t.jpg", jpeg.substr(0, jpeg.size() - 20), "QImage:ReadJPG(t.jpg); Premature end of JPEG file", false},
+        {false, "n.jpg", "\xFF\xD8\xFF\xE0garbage that is no marker segment at all", "QImage:ReadJPG(n.jpg); JPEG datastream contains no image", false},
+        {false, "e.jpg", "", "QImage:ReadJPG(e.jpg); Empty input file", false},
+        {false, "w.jpg", jpegWide, "QImage:ReadJPG(); (w.jpg) is 16385x16 large; supported only upto 16384x16384", false},
+        {false, "w.jpg", jpegLying, "QImage:ReadJPG(w.jpg); 16384x16384 is more than the file holds", false},
+        {false, "x.mip", "PIX " + mip.substr(4), "MIP image doesn't have correct header", false},
+        {false, "x.mip", Mip(nib, 0, 2, 2, 65), "MIP with CMAP size!=64; unexpected", false},
+        {false, "x.mip", Mip(nib, 0, 3, 2), "MIP type 3 not yet supported", false},
+        {false, "x.mip", Mip(nib, 5, 1, 2), "QImage:ReadMIP(x.mip); no CMAP chunk: no palette to apply", false},
+        {false, "x.mip", Mip(nib, 0, 2, 1), "QImage:ReadMIP(x.mip); 3x2 with 1 bytes a row is more than the file holds", false},
+        {false, "x.mip", mip.substr(0, mip.size() - 1), "QImage:ReadMIP(x.mip); 3x2 with 2 bytes a row is more than the file holds", false},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name + ": " + c.words);
+        Load r = LoadBytes(c.name, c.file, c.fast);
+        EXPECT_EQ(r.ok, c.ok);
+        EXPECT_TRUE(Logged(r, c.words)) << r.log;
+        if (c.ok) EXPECT_TRUE(r.w > 0 && r.pixels == std::vector<uint8_t>(size_t(r.w) * r.h * 4, 0));
+        else EXPECT_TRUE(Logged(r, "QImage ctor: can't load '" + c.name + "'")) << r.log;
+    }
+}
+
+TEST(QImageTgaTest, EveryKindAndOriginGivesThePictureAndPacketsStayInTheirRow)
+{
+    Picture colour = MakePicture(7, 5), opaque = MakePicture(7, 5, false);
     for (bool top : {false, true})
         for (bool rle : {false, true}) {
             SCOPED_TRACE(std::string(top ? "top" : "bottom") + (rle ? " rle" : ""));
             EXPECT_PICTURE(LoadBytes("a.tga", Tga(colour, 32, top, rle)), colour);
             EXPECT_PICTURE(LoadBytes("a.tga", Tga(opaque, 24, top, rle)), opaque);
-            WithApp app;
-            EXPECT_PICTURE(LoadBytes("a.TGA", Tga(colour, 32, top, rle)), colour);
+            EXPECT_PICTURE(LoadBytes("a.TGA", Tga(colour, 32, top, rle), true), colour);
+            EXPECT_PICTURE(LoadBytes("a.TGA", Tga(opaque, 24, top, rle), true), opaque);
         }
-
-    // Grey goes to all four bytes, alpha included.
-    Picture grey = MakePicture(3, 2);
-    for (size_t i = 0; i < grey.rgba.size(); i += 4) grey.rgba[i + 1] = grey.rgba[i + 2] = grey.rgba[i + 3] = grey.rgba[i];
+    Picture grey = Grey(MakePicture(3, 2), -1, -1); // grey goes to all four bytes, alpha included
     EXPECT_PICTURE(LoadBytes("g.tga", Tga(grey, 8, false, false)), grey);
-}
+    Picture wide = MakePicture(16384, 1, false);
+    EXPECT_PICTURE(LoadBytes("w.tga", Tga(wide, 24, false, false)), wide);
 
-TEST(QImageTgaTest, IdentificationIsSkippedAndRunLengthPacketsStayInTheirRow)
-{
     // 3x2, one packet of five copies covers row 0 and is cut there; row 1 starts with the next packet.
-    std::string s = TgaHeader(10, 3, 2, 24, false, 4);
-    s += "\x84\x01\x02\x03";
-    s += "\x02\x10\x20\x30\x40\x50\x60\x70\x80\x90";
-    Load r = LoadBytes("p.tga", s);
-    ASSERT_TRUE(r.ok) << r.log;
-    const uint8_t want[] = {0x30, 0x20, 0x10, 255, 0x60, 0x50, 0x40, 255, 0x90, 0x80, 0x70, 255,
-                            3, 2, 1, 255, 3, 2, 1, 255, 3, 2, 1, 255};
-    EXPECT_EQ(r.pixels, std::vector<uint8_t>(want, want + sizeof want));
-
+    std::string s = TgaHeader(10, 3, 2, 24, false, 4) + "\x84\x01\x02\x03" + "\x02\x10\x20\x30\x40\x50\x60\x70\x80\x90";
+    const std::vector<uint8_t> want = {0x30, 0x20, 0x10, 255, 0x60, 0x50, 0x40, 255, 0x90, 0x80, 0x70, 255,
+                                       3, 2, 1, 255, 3, 2, 1, 255, 3, 2, 1, 255};
+    EXPECT_EQ(LoadBytes("p.tga", s).pixels, want);
     // Data that ends inside a packet: the rest stays black, the load stands.
     Load cut = LoadBytes("p.tga", s.substr(0, s.size() - 3));
-    EXPECT_TRUE(cut.ok);
-    EXPECT_EQ(cut.pixels[5], 0x50);
-    EXPECT_EQ(cut.pixels[8], 0);
-}
-
-TEST(QImageTgaTest, RefusalsOfBothRoads)
-{
-    Picture wide = MakePicture(16384, 1, false);
-    EXPECT_TRUE(LoadBytes("w.tga", Tga(wide, 24, false, false)).ok);
-
-    std::string tooWide = TgaHeader(2, 16385, 1, 24, false) + std::string(16385 * 3, 'x');
-    std::string colormap = TgaHeader(2, 1, 1, 24, false, 0, 1) + "xyz";
-    std::string unsupported = TgaHeader(2, 2, 2, 16, false) + std::string(8, 'x');
-    std::string lying = TgaHeader(2, 16384, 16384, 32, false) + "xx";
-
-    Load slow = LoadBytes("s.tga", tooWide);
-    EXPECT_FALSE(slow.ok);
-    EXPECT_TRUE(Logged(slow, "QImage:ReadTGA(); too wide")) << slow.log;
-    slow = LoadBytes("s.tga", colormap);
-    EXPECT_FALSE(slow.ok);
-    EXPECT_TRUE(Logged(slow, "QImage:ReadTGA(); colormap is not supported")) << slow.log;
-    slow = LoadBytes("s.tga", unsupported);
-    EXPECT_TRUE(slow.ok); // the slow road keeps the zero bitmap of the file's size
-    EXPECT_EQ(slow.pixels, std::vector<uint8_t>(16, 0));
-    EXPECT_TRUE(Logged(slow, "QImage:ReadTGA(); no image loader for type 2, pixDepth 16")) << slow.log;
-    slow = LoadBytes("s.tga", lying);
-    EXPECT_FALSE(slow.ok);
-    EXPECT_TRUE(Logged(slow, "QImage:ReadTGA(s.tga); 16384x16384 is more than the file holds")) << slow.log;
-
-    WithApp app;
-    Load fast = LoadBytes("f.tga", tooWide);
-    EXPECT_FALSE(fast.ok);
-    EXPECT_TRUE(Logged(fast, "QImage:ReadTGA(f.tga); too wide (max width=16384)")) << fast.log;
-    fast = LoadBytes("f.tga", colormap);
-    EXPECT_TRUE(Logged(fast, "QImage:ReadTGA(f.tga); colormap is not supported")) << fast.log;
-    fast = LoadBytes("f.tga", unsupported);
-    EXPECT_FALSE(fast.ok);
-    EXPECT_TRUE(Logged(fast, "QImage:ReadTGA(); no image loader for type 2, pixDepth 16")) << fast.log;
-    fast = LoadBytes("f.tga", "");
-    EXPECT_FALSE(fast.ok);
-    EXPECT_TRUE(Logged(fast, "QImage:ReadTGA(); no memory to read 'f.tga'")) << fast.log;
-    for (std::string bad : {TgaHeader(2, 0, 3, 24, false), TgaHeader(2, 3, -1, 24, false) + "abcdefghi",
-                            TgaHeader(10, 300, 300, 24, false, 200)}) {
-        fast = LoadBytes("f.tga", bad);
-        EXPECT_FALSE(fast.ok);
-        EXPECT_NE(fast.log.find("is more than the file holds"), std::string::npos) << fast.log;
-    }
+    EXPECT_TRUE(cut.ok && cut.pixels[5] == 0x50 && cut.pixels[8] == 0) << cut.log;
 }
 
 TEST(QImageTgaTest, TheFastRoadTakesATargaOutOfAnArchive)
@@ -446,15 +356,13 @@ TEST(QImageTgaTest, TheFastRoadTakesATargaOutOfAnArchive)
     Picture p = MakePicture(6, 4);
     std::string tga = Tga(p, 32, true, true);
     QArchiveWriter writer;
-    ASSERT_TRUE(writer.Create("data/pack.qar") || (QMakeDirectory("data") && writer.Create("data/pack.qar")));
-    ASSERT_TRUE(writer.AddMember("Car.TGA", tga.data(), int(tga.size())));
-    ASSERT_TRUE(writer.Finish());
+    ASSERT_TRUE(QMakeDirectory("data") && writer.Create("data/pack.qar") &&
+                writer.AddMember("Car.TGA", tga.data(), int(tga.size())) && writer.Finish());
 
     static QVirtualFileSystem* vfs;
     QVirtualFileSystem files;
     QArchive archive("data/pack.qar");
-    ASSERT_TRUE(archive.IsOpen());
-    ASSERT_TRUE(files.AddArchive(&archive));
+    ASSERT_TRUE(archive.IsOpen() && files.AddArchive(&archive));
     vfs = &files;
     QAppHooks hooks = {};
     hooks.GetFileSystem = [] { return vfs; };
@@ -464,211 +372,78 @@ TEST(QImageTgaTest, TheFastRoadTakesATargaOutOfAnArchive)
     QImage elsewhere("other/car.tga");
     testing::internal::GetCapturedStderr();
     qappHooks = nullptr;
-    EXPECT_TRUE(fromArchive.IsOK());
-    EXPECT_TRUE(TopDown(fromArchive) == p.rgba);
+    EXPECT_TRUE(fromArchive.IsOK() && TopDown(fromArchive) == p.rgba);
     EXPECT_FALSE(elsewhere.IsOK());
 }
 
-// ---- SGI RGB ----
-
-TEST(QImageRgbTest, VerbatimAndRunLengthInBothByteOrders)
+TEST(QImageRgbTest, VerbatimAndRunLengthInBothByteOrdersAndRunsCutAtTheRowAndTheData)
 {
-    Picture colour = MakePicture(5, 3);
+    Picture colour = MakePicture(5, 3), opaque = MakePicture(5, 3, false), grey = Grey(MakePicture(4, 2), 255, 255);
     for (bool big : {true, false})
         for (bool rle : {false, true}) {
             SCOPED_TRACE(std::string(big ? "big" : "little") + (rle ? " rle" : ""));
             EXPECT_PICTURE(LoadBytes("a.rgb", Rgb(colour, 4, big, rle)), colour);
-            // Without an alpha plane the alpha is 255, whatever the storage.
-            Picture opaque = MakePicture(5, 3, false);
-            EXPECT_PICTURE(LoadBytes("a.rgb", Rgb(opaque, 3, big, rle)), opaque);
+            EXPECT_PICTURE(LoadBytes("a.rgb", Rgb(opaque, 3, big, rle)), opaque); // no alpha plane: 255
+            EXPECT_PICTURE(LoadBytes("g.rgb", Rgb(grey, 1, big, rle)), grey);     // one plane: red only
         }
-    // One plane: red only, green, blue and alpha 255.
-    Picture grey = MakePicture(4, 2);
-    for (size_t i = 0; i < grey.rgba.size(); i += 4) grey.rgba[i + 1] = grey.rgba[i + 2] = grey.rgba[i + 3] = 255;
-    EXPECT_PICTURE(LoadBytes("g.rgb", Rgb(grey, 1, true, true)), grey);
-    EXPECT_PICTURE(LoadBytes("g.rgb", Rgb(grey, 1, true, false)), grey);
-}
-
-TEST(QImageRgbTest, WidthLimitTablesAndLyingSizes)
-{
     Picture wide = MakePicture(16384, 1);
-    EXPECT_TRUE(LoadBytes("w.rgb", Rgb(wide, 4, true, false)).ok);
-    Load r = LoadBytes("w.rgb", RgbHeader(true, false, 16385, 1, 4) + std::string(16385 * 4, 'x'));
-    EXPECT_FALSE(r.ok);
-    EXPECT_TRUE(Logged(r, "w.rgb width 16385 out of bounds")) << r.log;
+    EXPECT_PICTURE(LoadBytes("w.rgb", Rgb(wide, 4, true, false)), wide);
 
-    // A start table entry that points outside the file.
-    Picture p = MakePicture(3, 2);
-    std::string file = Rgb(p, 3, true, true);
-    file[512 + 4 * 4 + 1] = '\x7F';
-    r = LoadBytes("t.rgb", file);
-    EXPECT_FALSE(r.ok);
-    EXPECT_NE(r.log.find("starts at"), std::string::npos) << r.log;
-
-    for (bool rle : {false, true}) {
-        r = LoadBytes("l.rgb", RgbHeader(true, rle, 16384, 65535, 4) + "tiny");
-        EXPECT_FALSE(r.ok);
-        EXPECT_NE(r.log.find("the file has 516"), std::string::npos) << r.log;
-    }
-    r = LoadBytes("z.rgb", RgbHeader(true, false, 0, 5, 3));
-    EXPECT_FALSE(r.ok);
-}
-
-TEST(QImageRgbTest, RunLengthRowsAreCutAtTheRowAndAtTheData)
-{
     // Row 0: a run of 100 in a row of 3, then nothing; row 1 starts at the last byte of the file.
     std::string s = RgbHeader(true, true, 3, 2, 1);
-    Put32BE(s, 512 + 16);
-    Put32BE(s, 512 + 16 + 4);
-    Put32BE(s, 0);
-    Put32BE(s, 0);
-    s += std::string("\x64\x07\x00\x00\x85", 5);
-    Load r = LoadBytes("c.rgb", s);
+    for (int v : {512 + 16, 512 + 16 + 4, 0, 0}) Put(s, v, 4, true);
+    Load r = LoadBytes("c.rgb", s + std::string("\x64\x07\x00\x00\x85", 5));
     ASSERT_TRUE(r.ok) << r.log;
-    EXPECT_EQ(r.pixels[0], 0);  // top row: row 1, whose literal has no bytes
-    EXPECT_EQ(r.pixels[12], 7); // bottom row: the run, cut at three pixels
-    EXPECT_EQ(r.pixels[20], 7);
+    // Top row: row 1, whose literal has no bytes; bottom row: the run, cut at three pixels.
+    EXPECT_EQ(std::vector<int>({r.pixels[0], r.pixels[12], r.pixels[20]}), std::vector<int>({0, 7, 7}));
 }
-
-// ---- BMP ----
 
 TEST(QImageBmpTest, PaddedRowsTopDownAndGrey)
 {
-    Picture p = MakePicture(5, 3, false);
+    Picture p = MakePicture(5, 3, false), q = MakePicture(4, 2, false), grey = Grey(MakePicture(3, 3, false), -1, 255);
     EXPECT_PICTURE(LoadBytes("a.bmp", Bmp(p, 24, false)), p);
     EXPECT_PICTURE(LoadBytes("a.bmp", Bmp(p, 24, true)), p);
-    Picture q = MakePicture(4, 2, false);
     EXPECT_PICTURE(LoadBytes("a.bmp", Bmp(q, 24, false)), q);
-
-    Picture grey = MakePicture(3, 3, false);
-    for (size_t i = 0; i < grey.rgba.size(); i += 4) grey.rgba[i + 1] = grey.rgba[i + 2] = grey.rgba[i];
     EXPECT_PICTURE(LoadBytes("g.bmp", Bmp(grey, 8, false)), grey);
+    std::string noPad = Bmp(p, 24, false);
+    EXPECT_PICTURE(LoadBytes("s.bmp", noPad.substr(0, noPad.size() - 1)), p); // the last row may lack its padding
 }
-
-TEST(QImageBmpTest, UnsupportedKindsAndShortFiles)
-{
-    Picture p = MakePicture(3, 2, false);
-    Load r = LoadBytes("u.bmp", Bmp(p, 24, false, 1));
-    EXPECT_TRUE(r.ok); // an all-zero bitmap of the file's size
-    EXPECT_EQ(r.pixels, std::vector<uint8_t>(24, 0));
-    EXPECT_TRUE(Logged(r, "QImage:ReadBMP(u.bmp); unsupported #bits (24) or compression (1)")) << r.log;
-
-    std::string whole = Bmp(p, 24, false);
-    r = LoadBytes("s.bmp", whole.substr(0, whole.size() - 3));
-    EXPECT_TRUE(r.ok); // the last row may lack its padding
-    r = LoadBytes("s.bmp", whole.substr(0, whole.size() - 4));
-    EXPECT_FALSE(r.ok);
-    EXPECT_TRUE(Logged(r, "QImage:ReadBMP(s.bmp); 3x2 is more than the file holds")) << r.log;
-    r = LoadBytes("s.bmp", "BM");
-    EXPECT_FALSE(r.ok);
-    std::string huge = whole;
-    huge[18] = huge[19] = huge[22] = huge[23] = '\x7F';
-    huge[30] = 2;
-    r = LoadBytes("h.bmp", huge);
-    EXPECT_FALSE(r.ok);
-}
-
-// ---- JPEG ----
 
 TEST(QImageJpgTest, ComponentsGiveOpaquePixels)
 {
     Load colour = LoadBytes("c.jpg", Jpeg(19, 13, 3, JCS_RGB));
-    ASSERT_TRUE(colour.ok) << colour.log;
-    ASSERT_EQ(colour.w, 19);
-    // Left half (40, 100, 160), right half top (220, 170, 120): the top row comes first from the file.
-    EXPECT_NEAR(colour.pixels[0], 40, 3);
-    EXPECT_NEAR(colour.pixels[2], 160, 3);
-    EXPECT_NEAR(colour.pixels[18 * 4 + 1], 170, 3);
-    EXPECT_NEAR(colour.pixels[(12 * 19 + 18) * 4 + 1], 150, 3);
+    ASSERT_TRUE(colour.ok && colour.w == 19) << colour.log;
+    // The top row comes first from the file.
+    const int at[] = {0, 2, 18 * 4 + 1, (12 * 19 + 18) * 4 + 1}, want[] = {40, 160, 170, 150};
+    for (int i = 0; i < 4; i++) EXPECT_NEAR(colour.pixels[size_t(at[i])], want[i], 3) << at[i];
     for (size_t i = 3; i < colour.pixels.size(); i += 4) ASSERT_EQ(colour.pixels[i], 255);
 
     Load grey = LoadBytes("g.jpeg", Jpeg(9, 9, 1, JCS_GRAYSCALE));
     ASSERT_TRUE(grey.ok) << grey.log;
     EXPECT_NEAR(grey.pixels[0], 40, 2);
-    EXPECT_EQ(grey.pixels[0], grey.pixels[1]);
-    EXPECT_EQ(grey.pixels[3], 255);
+    EXPECT_TRUE(grey.pixels[0] == grey.pixels[1] && grey.pixels[3] == 255);
 
     // Four components, wider than 12288 pixels: the line buffer must hold them.
     Load cmyk = LoadBytes("k.jpg", Jpeg(12300, 2, 4, JCS_CMYK, 50));
-    ASSERT_TRUE(cmyk.ok) << cmyk.log;
-    EXPECT_EQ(cmyk.w, 12300);
-    EXPECT_EQ(cmyk.pixels.back(), 255);
+    EXPECT_TRUE(cmyk.ok && cmyk.w == 12300 && cmyk.pixels.back() == 255) << cmyk.log;
 }
-
-TEST(QImageJpgTest, BrokenStreamsAreFailedLoadsNotExits)
-{
-    std::string good = Jpeg(16, 16, 3, JCS_RGB);
-    Load r = LoadBytes("t.jpg", good.substr(0, good.size() / 2));
-    EXPECT_FALSE(r.ok);
-    EXPECT_NE(r.log.find("QImage:ReadJPG(t.jpg); Premature end of JPEG file"), std::string::npos) << r.log;
-
-    r = LoadBytes("n.jpg", "\xFF\xD8\xFF\xE0garbage that is no marker segment at all");
-    EXPECT_FALSE(r.ok);
-    EXPECT_NE(r.log.find("QImage:ReadJPG(n.jpg); "), std::string::npos) << r.log;
-    EXPECT_TRUE(LoadBytes("e.jpg", "").log.find("QImage:ReadJPG(e.jpg); ") != std::string::npos);
-
-    // The frame header claims 16385 columns: refused before any pixel exists.
-    std::string wide = Jpeg(16, 16, 3, JCS_RGB);
-    size_t sof = wide.find("\xFF\xC0");
-    ASSERT_NE(sof, std::string::npos);
-    wide[sof + 7] = '\x40';
-    wide[sof + 8] = '\x01';
-    r = LoadBytes("w.jpg", wide);
-    EXPECT_FALSE(r.ok);
-    EXPECT_TRUE(Logged(r, "QImage:ReadJPG(); (w.jpg) is 16385x16 large; supported only upto 16384x16384")) << r.log;
-    wide[sof + 5] = '\x40';
-    wide[sof + 6] = '\x00';
-    wide[sof + 7] = '\x40';
-    wide[sof + 8] = '\x00';
-    r = LoadBytes("w.jpg", wide);
-    EXPECT_FALSE(r.ok);
-    EXPECT_TRUE(Logged(r, "QImage:ReadJPG(w.jpg); 16384x16384 is more than the file holds")) << r.log;
-}
-
-// ---- MIP ----
 
 TEST(QImageMipTest, NibblesPickPaletteEntriesTopRowFirst)
 {
     std::vector<std::vector<int>> nib = {{1, 2, 3}, {15, 0, 7}};
     // The second record's palette replaces the first's; an odd width drops the last nibble, and
     // rowBytes larger than needed does not set the step.
+    Picture want{3, 2, {}};
+    for (auto& row : nib)
+        for (int i : row)
+            want.rgba.insert(want.rgba.end(), {uint8_t(i * 7 + 1), uint8_t(i * 5), uint8_t(i * 3), uint8_t(200 + i)});
     Load r = LoadBytes("a.mip", Mip(nib, 0, 2, 2));
-    ASSERT_TRUE(r.ok) << r.log;
-    ASSERT_EQ(r.w, 3);
-    ASSERT_EQ(r.h, 2);
-    auto entry = [](int i) { return std::vector<uint8_t>{uint8_t(i * 7 + 1), uint8_t(i * 5), uint8_t(i * 3), uint8_t(200 + i)}; };
-    for (int y = 0; y < 2; y++)
-        for (int x = 0; x < 3; x++)
-            EXPECT_EQ(std::vector<uint8_t>(r.pixels.begin() + (y * 3 + x) * 4, r.pixels.begin() + (y * 3 + x) * 4 + 4),
-                      entry(nib[size_t(y)][size_t(x)])) << x << "," << y;
+    EXPECT_PICTURE(r, want);
     EXPECT_NE(r.err.find("QImage:ReadMip(a.mip)\n"), std::string::npos) << r.err;
 
     Load first = LoadBytes("b.mip", Mip(nib, 1, 0, 2)); // the first record's palette only
-    ASSERT_TRUE(first.ok) << first.log;
-    EXPECT_EQ(first.pixels[2], 3 + 100);
+    EXPECT_TRUE(first.ok && first.pixels[2] == 3 + 100) << first.log;
 }
-
-TEST(QImageMipTest, Refusals)
-{
-    std::vector<std::vector<int>> nib = {{1, 2, 3}, {4, 5, 6}};
-    struct Case { std::string file; std::string words; } cases[] = {
-        {"PIX " + Mip(nib, 0, 2, 2).substr(4), "MIP image doesn't have correct header"},
-        {Mip(nib, 0, 2, 2, 65), "MIP with CMAP size!=64; unexpected"},
-        {Mip(nib, 0, 3, 2), "MIP type 3 not yet supported"},
-        {Mip(nib, 5, 1, 2), "QImage:ReadMIP(x.mip); no CMAP chunk: no palette to apply"},
-        {Mip(nib, 0, 2, 1), "QImage:ReadMIP(x.mip); 3x2 with 1 bytes a row is more than the file holds"},
-    };
-    for (const Case& c : cases) {
-        Load r = LoadBytes("x.mip", c.file);
-        EXPECT_FALSE(r.ok) << c.words;
-        EXPECT_TRUE(Logged(r, c.words)) << c.words << "\n" << r.log;
-    }
-    std::string cut = Mip(nib, 0, 2, 2);
-    Load r = LoadBytes("x.mip", cut.substr(0, cut.size() - 1));
-    EXPECT_FALSE(r.ok);
-}
-
-// ---- Every allocation failing in turn ----
 
 TEST(QImageTest, EachFailedAllocationIsAReportedFailureWithNothingLeaked)
 {
@@ -687,21 +462,12 @@ TEST(QImageTest, EachFailedAllocationIsAReportedFailureWithNothingLeaked)
             qmsgReset();
             testing::internal::CaptureStderr();
             qSetAllocFailure(nth);
-            bool ok;
-            {
-                QImage im(f.first);
-                ok = im.IsOK();
-            }
+            bool ok = QImage(f.first).IsOK();
             qSetAllocFailure(0);
             std::string err = testing::internal::GetCapturedStderr();
-            EXPECT_LE(qGetAllocCount() - blocks, 1) << f.first << " " << nth;
-            EXPECT_GE(qGetAllocCount() - blocks, 0) << f.first << " " << nth;
-            if (!ok) {
-                EXPECT_NE(err.find("QImage ctor: can't load"), std::string::npos) << f.first << " " << nth;
-            }
-            if (nth == 12) {
-                EXPECT_TRUE(ok) << f.first;
-            }
+            EXPECT_TRUE(qGetAllocCount() - blocks == 0 || qGetAllocCount() - blocks == 1) << f.first << " " << nth;
+            EXPECT_TRUE(ok || err.find("QImage ctor: can't load") != std::string::npos) << f.first << " " << nth;
+            EXPECT_TRUE(ok || nth < 12) << f.first;
         }
     }
 }

@@ -1,5 +1,4 @@
-// The export modifier: reading the words file, renaming, factors and separators, the limit of
-// conversions, and what a modifier changes in the exported table.
+// The export modifier: its words file, its limit, and what it changes in the exported table.
 #include "telemetry/analyse_export.h"
 #include "telemetry/analyse_modifier.h"
 #include "telemetry/analyse_signals.h"
@@ -42,12 +41,13 @@ std::string Renamed(const AsciiExportModifier& m, const char* name)
 
 struct Exported {
     bool ok;
-    std::string err;
-    std::string text;
+    std::string err, text;
 };
 
-Exported ExportWith(PSignals& set, const char* modifierFile, uint32_t triggerFlags = 0)
+// Exports 'set' to out.txt through the modifier file 'words' (none if null) or 'modifierFile'.
+Exported ExportWith(PSignals& set, const char* words, const char* modifierFile = "mod.txt", uint32_t triggerFlags = 0)
 {
+    if (words) WriteFile(modifierFile, words);
     PExportOptions options;
     options.fileName = "out.txt";
     options.modifierFile = modifierFile;
@@ -69,10 +69,11 @@ void FillCar(PSignals& set)
 
 const std::string plainHead = "#\n# ASCII signal export\n# Writer: Ostrand PSignals exporter v1.2\n#\n"
                               "# Properties: 0\n#\n# Metaproperties: 0\n#\n";
+const std::string plainTable = "time distance speed gear rpm\n"
+                               "0.000000 0.000000 10.000000 3.000000 1000.000000\n"
+                               "1.000000 5.000000 20.000000 4.000000 2000.000000\n";
 
 } // namespace
-
-// ---- Reading the file ----
 
 TEST_F(ModifierTest, ConversionsRenameAndScaleTheFirstMatchOnly)
 {
@@ -81,58 +82,50 @@ TEST_F(ModifierTest, ConversionsRenameAndScaleTheFirstMatchOnly)
     EXPECT_EQ(l.err, "");
     EXPECT_EQ(l.modifier->GetCount(), 4);
     EXPECT_EQ(l.modifier->GetSeparator(), ' ');
-    EXPECT_EQ(Renamed(*l.modifier, "speed"), "kmh");
-    EXPECT_EQ(l.modifier->GetFactor("speed"), 3.6f);
-    EXPECT_EQ(Renamed(*l.modifier, "gear"), "-");
-    EXPECT_EQ(Renamed(*l.modifier, "engine speed"), "rev counter");
-    EXPECT_EQ(l.modifier->GetFactor("engine speed"), 2.0f);
-    EXPECT_EQ(Renamed(*l.modifier, "rpm"), "rpm");
-    EXPECT_EQ(l.modifier->GetFactor("rpm"), 1.0f);
-    EXPECT_EQ(Renamed(*l.modifier, "Speed"), "Speed");
+    const struct {
+        const char *name, *renamed;
+        float factor;
+    } cases[] = {{"speed", "kmh", 3.6f}, {"gear", "-", 1.0f}, {"engine speed", "rev counter", 2.0f},
+                 {"rpm", "rpm", 1.0f}, {"Speed", "Speed", 1.0f}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(Renamed(*l.modifier, c.name), c.renamed);
+        EXPECT_EQ(l.modifier->GetFactor(c.name), c.factor) << c.name;
+    }
 }
 
 TEST_F(ModifierTest, SeparatorWordsAndTheLastOneCounts)
 {
     EXPECT_EQ(LoadModifier("separator tab").modifier->GetSeparator(), '\t');
-    EXPECT_EQ(LoadModifier("separator comma").modifier->GetSeparator(), ',');
     EXPECT_EQ(LoadModifier("separator tab separator space").modifier->GetSeparator(), ' ');
     Loaded l = LoadModifier("separator space rpm r 1 separator comma");
     EXPECT_TRUE(l.ok);
     EXPECT_EQ(l.modifier->GetSeparator(), ',');
     EXPECT_EQ(l.modifier->GetCount(), 1);
-}
 
-TEST_F(ModifierTest, UnknownSeparatorGivesTheReasonAndFalse)
-{
-    Loaded l = LoadModifier("separator semicolon rpm r 2");
+    l = LoadModifier("separator semicolon rpm r 2");
     EXPECT_FALSE(l.ok);
     EXPECT_STREQ(l.error.cstr(), "Unknown separator name (semicolon)");
     EXPECT_EQ(l.modifier->GetCount(), 1); // the load went on
 }
 
-TEST_F(ModifierTest, MissingFileGivesFileNotFound)
+TEST_F(ModifierTest, MissingFileAndMissingWords)
 {
     std::unique_ptr<AsciiExportModifier> m(new AsciiExportModifier);
     qstring error;
     EXPECT_FALSE(m->Load("nofile.mod", &error));
     EXPECT_STREQ(error.cstr(), "file not found");
-}
 
-TEST_F(ModifierTest, EmptyFileGivesOneConversionOfEmptyWords)
-{
+    // An empty file, or white space at the end, gives one conversion of empty words; a missing
+    // word gives empty text and factor zero.
     Loaded l = LoadModifier("");
     EXPECT_TRUE(l.ok);
     EXPECT_EQ(l.modifier->GetCount(), 1);
     EXPECT_EQ(l.modifier->GetSeparator(), ' ');
     EXPECT_EQ(Renamed(*l.modifier, "rpm"), "rpm");
     EXPECT_EQ(l.modifier->GetFactor(""), 0.0f);
-}
-
-TEST_F(ModifierTest, TrailingWhiteSpaceAndMissingWordsGiveEmptyTextAndFactorZero)
-{
     EXPECT_EQ(LoadModifier("rpm r 2").modifier->GetCount(), 1);
     EXPECT_EQ(LoadModifier("rpm r 2\n").modifier->GetCount(), 2);
-    Loaded l = LoadModifier("rpm x");
+    l = LoadModifier("rpm x");
     EXPECT_EQ(l.modifier->GetCount(), 1);
     EXPECT_EQ(Renamed(*l.modifier, "rpm"), "x");
     EXPECT_EQ(l.modifier->GetFactor("rpm"), 0.0f);
@@ -142,14 +135,13 @@ TEST_F(ModifierTest, ThousandConversionsFitAndMoreOverwriteTheLast)
 {
     std::string words;
     for (int i = 0; i < 1000; i++) words += "c" + std::to_string(i) + " n" + std::to_string(i) + " 2 ";
-    words += "c1000 n1000 3"; // no white space at the end: no empty conversion follows
-    Loaded exact = LoadModifier(words.substr(0, words.size() - std::string(" c1000 n1000 3").size()));
+    Loaded exact = LoadModifier(words.substr(0, words.size() - 1)); // no white space at the end
     EXPECT_TRUE(exact.ok);
     EXPECT_EQ(exact.err, "");
     EXPECT_EQ(exact.modifier->GetCount(), 1000);
     EXPECT_EQ(Renamed(*exact.modifier, "c999"), "n999");
 
-    Loaded over = LoadModifier(words);
+    Loaded over = LoadModifier(words + "c1000 n1000 3");
     EXPECT_TRUE(over.ok);
     EXPECT_EQ(over.err, "AsciiExportModifier:Load(); too many signal conversions defined; only 1000 supported\n");
     EXPECT_TRUE(Contains(Log(), "(ERR  ): [-] AsciiExportModifier:Load(); too many signal conversions defined"));
@@ -160,92 +152,54 @@ TEST_F(ModifierTest, ThousandConversionsFitAndMoreOverwriteTheLast)
     EXPECT_EQ(over.modifier->GetFactor("c1000"), 3.0f);
 }
 
-// ---- The modifier in the export ----
-
-TEST_F(ModifierTest, ExportRenamesScalesAndDropsWithoutHead)
+// A modifier drops the head; '-' drops a column; time and distance are only renamed.
+TEST_F(ModifierTest, ExportRenamesScalesDropsAndSeparates)
 {
-    WriteFile("mod.txt", "speed kmh 3.6\ngear - 1\nrpm rpm 1\nrpm x 5");
+    const struct {
+        const char* words;
+        const char* table;
+    } cases[] = {
+        {"speed kmh 3.6\ngear - 1\nrpm rpm 1\nrpm x 5",
+         "time distance kmh rpm\n0.000000 0.000000 36.000000 1000.000000\n1.000000 5.000000 72.000000 2000.000000\n"},
+        {"separator tab gear - 1",
+         "time\tdistance\tspeed\trpm\n0.000000\t0.000000\t10.000000\t1000.000000\n1.000000\t5.000000\t20.000000\t2000.000000\n"},
+        {"gear - 1 separator comma",
+         "time,distance,speed,rpm\n0.000000,0.000000,10.000000,1000.000000\n1.000000,5.000000,20.000000,2000.000000\n"},
+        {"time seconds 100 distance - 1000 speed - 1 gear - 1 rpm - 1", "seconds -\n0.000000 0.000000\n1.000000 5.000000\n"},
+        {"", plainTable.c_str()},
+    };
     PSignals set;
     FillCar(set);
-    Exported e = ExportWith(set, "mod.txt");
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.err, "");
-    EXPECT_EQ(e.text, "time distance kmh rpm\n"
-                      "0.000000 0.000000 36.000000 1000.000000\n"
-                      "1.000000 5.000000 72.000000 2000.000000\n");
-}
-
-TEST_F(ModifierTest, SeparatorStandsBetweenAllColumns)
-{
-    PSignals set;
-    FillCar(set);
-    WriteFile("tab.txt", "separator tab gear - 1");
-    EXPECT_EQ(ExportWith(set, "tab.txt").text, "time\tdistance\tspeed\trpm\n"
-                                               "0.000000\t0.000000\t10.000000\t1000.000000\n"
-                                               "1.000000\t5.000000\t20.000000\t2000.000000\n");
-    WriteFile("comma.txt", "gear - 1 separator comma");
-    EXPECT_EQ(ExportWith(set, "comma.txt").text, "time,distance,speed,rpm\n"
-                                                 "0.000000,0.000000,10.000000,1000.000000\n"
-                                                 "1.000000,5.000000,20.000000,2000.000000\n");
-}
-
-TEST_F(ModifierTest, TimeAndDistanceRenamesOnlyChangeTheColumnLine)
-{
-    WriteFile("mod.txt", "time seconds 100 distance - 1000 speed - 1 gear - 1 rpm - 1");
-    PSignals set;
-    FillCar(set);
-    Exported e = ExportWith(set, "mod.txt");
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.text, "seconds -\n0.000000 0.000000\n1.000000 5.000000\n");
-}
-
-TEST_F(ModifierTest, EmptyModifierFileOnlyDropsTheHead)
-{
-    WriteFile("mod.txt", "");
-    PSignals set;
-    FillCar(set);
-    Exported e = ExportWith(set, "mod.txt");
-    EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.text, "time distance speed gear rpm\n"
-                      "0.000000 0.000000 10.000000 3.000000 1000.000000\n"
-                      "1.000000 5.000000 20.000000 4.000000 2000.000000\n");
+    for (const auto& c : cases) {
+        Exported e = ExportWith(set, c.words);
+        EXPECT_TRUE(e.ok);
+        EXPECT_EQ(e.err, "");
+        EXPECT_EQ(e.text, c.table) << c.words;
+    }
 }
 
 TEST_F(ModifierTest, FactorPlaysNoPartForTriggerColumns)
 {
-    WriteFile("mod.txt", "lap laps 10 sector s 10");
     PSignals set;
     AddFilled(set, "distance", {0.0f, 1.0f});
     AddFilled(set, "lap", {1.0f, 2.0f});
     AddFilled(set, "sector", {1.0f, 2.0f});
-    Exported e = ExportWith(set, "mod.txt", PExportOptions::PEO_LAP_TRIGGER);
+    Exported e = ExportWith(set, "lap laps 10 sector s 10", "mod.txt", PExportOptions::PEO_LAP_TRIGGER);
     EXPECT_TRUE(e.ok);
-    EXPECT_EQ(e.text, "time distance laps s\n"
-                      "0.000000 0.000000 0.000000 10.000000\n"
-                      "1.000000 1.000000 1.000000 20.000000\n");
+    EXPECT_EQ(e.text, "time distance laps s\n0.000000 0.000000 0.000000 10.000000\n1.000000 1.000000 1.000000 20.000000\n");
 }
 
-TEST_F(ModifierTest, UnreadableModifierIsShownAndTheExportGoesOnWithHead)
+TEST_F(ModifierTest, UnreadableModifierIsShownAndDroppedAsAWhole)
 {
     PSignals set;
     FillCar(set);
-    Exported e = ExportWith(set, "nofile.mod");
+    Exported e = ExportWith(set, nullptr, "nofile.mod");
     EXPECT_TRUE(e.ok);
     EXPECT_EQ(e.err, "[Error] Could not read modifier file (nofile.mod): file not found\n");
-    EXPECT_EQ(e.text, plainHead + "time distance speed gear rpm\n"
-                                  "0.000000 0.000000 10.000000 3.000000 1000.000000\n"
-                                  "1.000000 5.000000 20.000000 4.000000 2000.000000\n");
-}
+    EXPECT_EQ(e.text, plainHead + plainTable);
 
-TEST_F(ModifierTest, ModifierWithUnknownSeparatorIsDroppedAsAWhole)
-{
-    WriteFile("bad.mod", "rpm revs 2 separator semicolon");
-    PSignals set;
-    FillCar(set);
-    Exported e = ExportWith(set, "bad.mod");
+    e = ExportWith(set, "rpm revs 2 separator semicolon", "bad.mod");
     EXPECT_TRUE(e.ok);
     EXPECT_EQ(e.err, "[Error] Could not read modifier file (bad.mod): Unknown separator name (semicolon)\n");
-    EXPECT_EQ(e.text, plainHead + "time distance speed gear rpm\n"
-                                  "0.000000 0.000000 10.000000 3.000000 1000.000000\n"
-                                  "1.000000 5.000000 20.000000 4.000000 2000.000000\n");
+    EXPECT_EQ(e.text, plainHead + plainTable);
 }

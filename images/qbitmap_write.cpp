@@ -33,6 +33,14 @@ enum {
 };
 
 
+// Every writer reads four bytes a pixel: a bitmap without them has nothing to write.
+bool PixelsToWrite(const uint8_t* mem, int depth, const char* fileName)
+{
+    if (mem && depth == 32) return true;
+    QWARNING("QBitMap:Write(); no 32-bit pixels to write '%s'", fileName ? fileName : "(null)");
+    return false;
+}
+
 // Closes the file; false, with a report, if some write failed on the way or the close did.
 bool Finish(FILE* f, bool written, const char* fileName, const char* who)
 {
@@ -96,10 +104,7 @@ bool QBitMap::WriteRGB(const char* fileName)
         QERROR("QBitMap:Write; image too high");
         return false;
     }
-    if (!mem || depth != 32) {
-        QWARNING("QBitMap:Write(); no 32-bit pixels to write '%s'", fileName ? fileName : "(null)");
-        return false;
-    }
+    if (!PixelsToWrite(mem, depth, fileName)) return false;
     FILE* f = fileName ? qfopen(fileName, "wb") : nullptr;
     if (!f) return false;
 
@@ -145,10 +150,7 @@ bool QBitMap::WriteTGA(const char* fileName, int format)
         QWARNING("QBitMap:Write(); unsupported format %d to write '%s'", format, fileName ? fileName : "(null)");
         return false;
     }
-    if (!mem || depth != 32) {
-        QWARNING("QBitMap:Write(); no 32-bit pixels to write '%s'", fileName ? fileName : "(null)");
-        return false;
-    }
+    if (!PixelsToWrite(mem, depth, fileName)) return false;
     FILE* f = fileName ? qfopen(fileName, "wb") : nullptr;
     if (!f) return false;
 
@@ -191,10 +193,7 @@ void QBitMap::GetFlippedRGB(const uint8_t* mem, uint8_t* out, int wid, int hgt)
 bool QBitMap::WriteJPG(const char* fileName, int quality)
 {
     const char* name = fileName ? fileName : "(null)";
-    if (!mem || depth != 32) {
-        QWARNING("QBitMap:Write(); no 32-bit pixels to write '%s'", name);
-        return false;
-    }
+    if (!PixelsToWrite(mem, depth, name)) return false;
     if (!fileName) {
         QWARNING("QBitMap::WriteJPG(%s); can't open file", name);
         return false;

@@ -60,7 +60,33 @@ int FormatRare(char* out, float value)
     return int(p - out) + 7;
 }
 
+char* FormatRowScalar(char* p, const float* values, int count, char separator)
+{
+    for (int i = 0; i < count; i++) {
+        p += FormatFloatF6(p, values[i]);
+        *p++ = separator;
+    }
+    if (count > 0) p[-1] = '\n';
+    return p;
+}
+
+namespace {
+bool vectorRow = VectorRowAvailable();
+}
+
+bool UseVectorRow(bool vector)
+{
+    vectorRow = vector && VectorRowAvailable();
+    return vectorRow;
+}
+
 } // namespace f6
+
+char* FormatRowF6(char* out, const float* values, int count, char separator)
+{
+    return f6::vectorRow ? f6::FormatRowVector(out, values, count, separator)
+                         : f6::FormatRowScalar(out, values, count, separator);
+}
 
 PTextOut::PTextOut(FILE* s) : stream(s), buffer(new char[BUFFER_BYTES]), failed(false)
 {

@@ -24,6 +24,12 @@ enum { MAX_FLOAT_F6 = 48 }; // the longest "%f" of a float: "-340282346638528859
 // 'out' has room for MAX_FLOAT_F6 characters; returns the number written (no terminator).
 inline int FormatFloatF6(char* out, float value);
 
+// Writes a table row: the values, 'separator' between them, '\n' at the end. 'out' has room for
+// RowBytes(count); returns the end of the text written. Bytes are those of FormatFloatF6; on
+// processors with the 512-bit byte instructions eight values are formatted at once.
+char* FormatRowF6(char* out, const float* values, int count, char separator);
+inline size_t RowBytes(int count) { return size_t(count) * (MAX_FLOAT_F6 + 1) + 64; }
+
 class PTextOut {
 public:
     enum { BUFFER_BYTES = 1 << 20 };
@@ -73,6 +79,13 @@ namespace f6 {
 
 extern const char pairs[201];
 int FormatRare(char* out, float value); // NaN, infinities and values from 2^43 up: out of line
+
+// The row formatter's two roads. The vector road needs VectorRowAvailable(); UseVectorRow picks
+// the road for FormatRowF6 (the fastest available by default) and returns whether it was taken.
+char* FormatRowScalar(char* p, const float* values, int count, char separator);
+char* FormatRowVector(char* p, const float* values, int count, char separator);
+bool VectorRowAvailable();
+bool UseVectorRow(bool vector);
 
 // Nearest integer, ties to even (the default rounding mode), of a value below 2^63.
 inline uint64_t RoundToInteger(double x)

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 
 namespace tarvik {
 
@@ -52,5 +53,39 @@ void PlatformSleepMs(int milliseconds); // 0 gives up the time slice
 
 // True if the file descriptor of the stream's number refers to a terminal.
 bool PlatformIsTerminal(int fd);
+
+// True if both names reach the same file (same device and inode, links followed). False if either
+// is missing.
+bool PlatformSameFile(const char* a, const char* b);
+
+// Writing a file whole or not at all.
+//
+// A regular file, or a name that doesn't exist yet, is written under a temporary name in the same
+// folder and renamed into place by PlatformOutputCommit only when every byte stood; until then the
+// old file is untouched, and a failed or abandoned output leaves nothing behind. A replaced file
+// keeps its permissions; one it can't write is refused, as opening it would be. A link to a regular
+// file is followed unless PLATFORM_OUTPUT_NO_LINKS is given.
+//
+// Anything else (a device such as /dev/null, a pipe, a terminal) is opened and written directly:
+// there is nothing to replace. With PLATFORM_OUTPUT_NO_LINKS such a thing is refused instead, and
+// so is a link: that is the mode for names that come out of a file rather than from the user.
+//
+// Writes past the process's file size limit fail with EFBIG like any other write: the layer
+// ignores the signal that would otherwise end the process.
+enum PlatformOutputFlags {
+    PLATFORM_OUTPUT_BINARY = 1,   // "wb"; otherwise "w" (the same bytes on this system)
+    PLATFORM_OUTPUT_NO_LINKS = 2, // only a regular file or nothing may stand at the name
+};
+struct PlatformOutput;
+PlatformOutput* PlatformOutputOpen(const char* path, int flags); // null on failure, errno says why
+FILE* PlatformOutputStream(PlatformOutput* out);
+// The name the bytes go to while the output is open: the temporary file, or the path itself when
+// it is written directly. For callers that must not read their own output (an archive of a folder).
+const char* PlatformOutputWorkName(PlatformOutput* out);
+// Flushes, closes and renames into place; false if any of it failed (errno says why), and then the
+// temporary file is gone and the old file stands. Frees 'out' in every case.
+bool PlatformOutputCommit(PlatformOutput* out);
+// Closes and removes the temporary file; the old file stands. Frees 'out'; null is ignored.
+void PlatformOutputAbandon(PlatformOutput* out);
 
 } // namespace tarvik

@@ -7,12 +7,17 @@
 #include <ctime>
 #include <dirent.h>
 #include <sched.h>
+#include <csignal>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace tarvik {
 
 static PlatformAnswer presetAnswer = PLATFORM_ANSWER_NONE;
+
+// A write past the file size limit (ulimit -f) would end the process with a signal and no word;
+// ignored, the write fails with EFBIG and its caller reports it like a full disk.
+[[maybe_unused]] static const bool fileSizeSignalIgnored = std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR;
 
 void PlatformMessageBox(const char* title, const char* text, void* owner)
 {

@@ -1,10 +1,12 @@
 // Compares the export's float formatters with printf("%f") for every 32-bit pattern (or a range):
 // the single-value formatter, and the row formatter on the road this processor takes (rows of 40).
 //   f6check [first_hex last_hex]
-// Two threads share the range. Prints the number of patterns checked and every difference found.
+// Two threads share the range. Prints its progress on standard error every few seconds, then the
+// number of patterns checked and every difference found.
 #include "telemetry/analyse_textout.h"
 
 #include <atomic>
+#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +16,7 @@
 using namespace tarvik;
 
 static std::atomic<uint64_t> differences{0};
+static std::atomic<uint64_t> checked{0};
 
 static void Report(uint32_t bits, const char* what, const char* ours, const char* expected)
 {
@@ -45,6 +48,7 @@ static void Check(uint64_t first, uint64_t last)
             }
             p += n + 1;
         }
+        checked += uint64_t(count);
     }
 }
 
@@ -59,6 +63,17 @@ int main(int argc, char** argv)
     uint64_t middle = first + (last - first) / 2;
     middle -= (middle - first) % 40; // whole rows for the first thread
     std::thread t1(Check, first, middle), t2(Check, middle + 1, last);
+    const uint64_t total = last - first + 1;
+    auto lastPrint = std::chrono::steady_clock::now();
+    for (uint64_t done = 0; done < total;) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        done = checked.load();
+        auto now = std::chrono::steady_clock::now();
+        if (done < total && now - lastPrint < std::chrono::seconds(5)) continue;
+        lastPrint = now;
+        std::fprintf(stderr, "f6check: %5.1f%% (%" PRIu64 " of %" PRIu64 "), %" PRIu64 " differences\n",
+                     100.0 * double(done) / double(total), done, total, differences.load());
+    }
     t1.join();
     t2.join();
     std::printf("f6check: %" PRIu64 " patterns %08" PRIx64 "..%08" PRIx64 ", %" PRIu64 " differences\n",

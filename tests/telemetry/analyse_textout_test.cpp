@@ -80,6 +80,14 @@ struct RoadGuard {
 
 } // namespace
 
+// The tests below check the vector road only where the processor has it: say so where it hasn't.
+TEST(FormatFloatF6Test, VectorRoadIsCheckedOnThisProcessor)
+{
+    if (!f6::VectorRowAvailable())
+        GTEST_SKIP() << "no 512-bit byte instructions here: only the scalar row formatter is checked";
+    EXPECT_TRUE(f6::UseVectorRow(true));
+}
+
 TEST(FormatFloatF6Test, SpecialClassesPrintAsPrintfDoesOnBothRoads)
 {
     const float inf = std::numeric_limits<float>::infinity();

@@ -60,6 +60,7 @@ int main(int argc, char** argv)
         last = std::strtoull(argv[2], nullptr, 16);
     }
     std::printf("f6check: rows on the %s road\n", f6::VectorRowAvailable() ? "vector" : "scalar");
+    std::fflush(stdout);
     uint64_t middle = first + (last - first) / 2;
     middle -= (middle - first) % 40; // whole rows for the first thread
     std::thread t1(Check, first, middle), t2(Check, middle + 1, last);

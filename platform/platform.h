@@ -43,6 +43,13 @@ struct PlatformFileStatus {
 };
 bool PlatformStat(const char* path, PlatformFileStatus* status);
 
+// Opens a file to read ("rb") only if it is a regular file, a link to one included. Anything else
+// (a pipe, a socket, a device, a folder, or a link to one) is refused without being read, and a
+// pipe put in its place meanwhile is never waited on: reading a name found in a folder can't block
+// or run on without end. Null on failure, with '*notRegular' true when the refusal is for what
+// stands at the name (errno says why otherwise). The stream is closed with fclose.
+FILE* PlatformOpenRegularFile(const char* path, bool* notRegular);
+
 // Reading a directory: the entries in the order of the operating system, "." and ".." included.
 struct PlatformDir;
 PlatformDir* PlatformOpenDir(const char* path); // null if it can't be read

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <ctime>
 #include <dirent.h>
+#include <fcntl.h>
 #include <sched.h>
 #include <csignal>
 #include <sys/stat.h>
@@ -94,6 +95,31 @@ bool PlatformStat(const char* path, PlatformFileStatus* status)
     status->modified = int64_t(st.st_mtime);
     status->created = int64_t(st.st_ctime);
     return true;
+}
+
+FILE* PlatformOpenRegularFile(const char* path, bool* notRegular)
+{
+    *notRegular = false;
+    struct stat st;
+    if (!path || stat(path, &st) != 0) return nullptr;
+    if (!S_ISREG(st.st_mode)) {
+        *notRegular = true;
+        return nullptr;
+    }
+    // Without O_NONBLOCK a pipe swapped in since the stat would hold the open until a writer came.
+    int fd = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return nullptr;
+    bool stated = fstat(fd, &st) == 0;
+    *notRegular = stated && !S_ISREG(st.st_mode);
+    FILE* f = nullptr;
+    if (stated && !*notRegular && fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK) == 0)
+        f = fdopen(fd, "rb");
+    if (!f) {
+        int e = errno;
+        close(fd);
+        errno = e;
+    }
+    return f;
 }
 
 struct PlatformDir {

@@ -1,5 +1,5 @@
 // The archive reader on any bytes: open the container, walk its directory, load every member, and
-// expand the first to a file through FindEntry and DecompressFile.
+// expand the first to a file through FindEntry and DecompressFile, and into a stream.
 #include "fuzz/fuzz.h"
 
 #include "foundation/qfile.h"
@@ -48,6 +48,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (archive.FindEntry(names[0].c_str(), true))
             archive.DecompressFile(out.c_str(), 0, &expanded, nullptr, 0);
         std::remove(out.c_str());
+        // The command's way: into a stream it opened, the size checked before the file is kept.
+        if (FILE* stream = std::tmpfile()) {
+            if (archive.FindEntry(names[0].c_str(), true))
+                archive.DecompressToStream(stream, out.c_str(), &expanded);
+            std::fclose(stream);
+        }
     }
     return 0;
 }

@@ -6,6 +6,7 @@
 #include "foundation/qfile.h"
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
+#include "foundation/qoutput.h"
 #include "foundation/qstring.h"
 
 #include <cctype>
@@ -288,12 +289,41 @@ int QArchive::DecompressChunk(const uint8_t* in, uint8_t* out, int n, int outSiz
 }
 
 bool QArchive::DecompressFile(const char* outName, int flags, int* expanded, void* memory, int memorySize) {
+    if (flags & QARCHIVE_NO_OUTPUT_FILE) return Expand(nullptr, outName, expanded, memory, memorySize);
     if (expanded) *expanded = 0;
     if (!file) {
         QERROR("QArchive:DecompressFile(); no archive open");
         return false;
     }
+    QOutput out;
+    if (!outName || !out.Open(outName, PLATFORM_OUTPUT_BINARY)) {
+        QERROR("Can't open '%s' for output", outName ? outName : "");
+        return false;
+    }
+    if (!Expand(out.Stream(), outName, expanded, memory, memorySize)) return false; // 'out' abandoned
+    // Buffered bytes reach the disk only here: a failed commit is a failed write.
+    if (!out.Commit()) {
+        std::printf("Can't write to %s\n", outName);
+        return false;
+    }
+    return true;
+}
 
+bool QArchive::DecompressToStream(FILE* out, const char* outName, int* expanded) {
+    if (!out) {
+        if (expanded) *expanded = 0;
+        QERROR("Can't open '%s' for output", outName ? outName : "");
+        return false;
+    }
+    return Expand(out, outName ? outName : "", expanded, nullptr, 0);
+}
+
+bool QArchive::Expand(FILE* out, const char* outName, int* expanded, void* memory, int memorySize) {
+    if (expanded) *expanded = 0;
+    if (!file) {
+        QERROR("QArchive:DecompressFile(); no archive open");
+        return false;
+    }
     // Skipped blocks, up to the data tag. Each one is checked against the file, so the walk ends.
     for (;;) {
         int tag = std::fgetc(file);
@@ -304,15 +334,6 @@ bool QArchive::DecompressFile(const char* outName, int flags, int* expanded, voi
             return false;
         }
         std::fseek(file, long(QGetLE32(length)), SEEK_CUR);
-    }
-
-    FILE* out = nullptr;
-    if (!(flags & QARCHIVE_NO_OUTPUT_FILE)) {
-        out = outName ? qfopen(outName, "wb") : nullptr;
-        if (!out) {
-            QERROR("Can't open '%s' for output", outName ? outName : "");
-            return false;
-        }
     }
 
     uint8_t* mem = static_cast<uint8_t*>(memory);
@@ -371,18 +392,12 @@ bool QArchive::DecompressFile(const char* outName, int flags, int* expanded, voi
         }
         if (out && std::fwrite(target, 1, size_t(length), out) != size_t(length)) {
             std::printf("Can't write to %s\n", outName);
-            qfclose(out);
-            if (expanded) *expanded = total;
-            return false;
+            ok = false;
+            break;
         }
         chunk = ReadBytes(word, 2) ? word[0] | word[1] << 8 : -1;
     }
     if (expanded) *expanded = total;
-    // Buffered bytes reach the disk only here: a failed close is a failed write.
-    if (out && qfclose(out) != 0 && ok) {
-        std::printf("Can't write to %s\n", outName);
-        ok = false;
-    }
     return ok;
 }
 

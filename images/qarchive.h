@@ -28,6 +28,7 @@
 
 #include "foundation/qfilesys.h"
 #include "foundation/qobject.h"
+#include "foundation/qoutput.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -75,8 +76,12 @@ class QArchive : public QObject, public QVfsArchive {
 
     // Expands the member at the file's position: into 'memory' (which has room for exactly
     // 'memorySize' bytes) if given, and into the file 'outName' unless 'flags' has
-    // QARCHIVE_NO_OUTPUT_FILE. '*expanded' gets the bytes expanded, also on failure.
+    // QARCHIVE_NO_OUTPUT_FILE. '*expanded' gets the bytes expanded, also on failure. The file is
+    // written whole or not at all: a member that fails leaves the old file of that name as it was.
     bool DecompressFile(const char* outName, int flags, int* expanded, void* memory, int memorySize);
+    // The same into a stream the caller opened and closes, 'outName' naming it in reports; for a
+    // caller that checks the expanded size before the output takes its name.
+    bool DecompressToStream(FILE* out, const char* outName, int* expanded);
 
     // The member of this name, whatever its case, in a block from qmalloc of exactly '*size' bytes.
     // '*memory' is null or a block that belongs to the caller, false result included: a member cut
@@ -97,6 +102,7 @@ class QArchive : public QObject, public QVfsArchive {
 
   private:
     bool SeekMember(int offset, int size); // checks the entry against the file, then seeks
+    bool Expand(FILE* out, const char* outName, int* expanded, void* memory, int memorySize);
     bool ReadBytes(void* buffer, int n);
 
     FILE* file; // owned, from qfopen; null while no archive is open
@@ -112,21 +118,26 @@ class QArchive : public QObject, public QVfsArchive {
 };
 
 // QArchiveWriter: packs members into a new archive. Members are compressed chunk by chunk as they
-// are added and written at once; the directory waits in memory until Finish.
+// are added and written at once to a temporary file beside the target; the directory waits in
+// memory until Finish, and the archive takes its name only then. Until Finish succeeds, an old file
+// of that name stays as it was.
 class QArchiveWriter {
   public:
     QArchiveWriter();
-    ~QArchiveWriter(); // an unfinished archive is closed and removed
+    ~QArchiveWriter(); // an unfinished archive is abandoned
     QArchiveWriter(const QArchiveWriter&) = delete;
     QArchiveWriter& operator=(const QArchiveWriter&) = delete;
 
     bool Create(const char* fileName);
     // A name without directories, unique regardless of case (LoadFile could not tell them apart).
     bool AddMember(const char* name, const void* data, int size);
-    bool Finish(); // writes the directory and the head, and closes the file
-    void Abort();  // closes and removes the file
+    bool Finish(); // writes the directory and the head, and puts the archive in place
+    void Abort();  // leaves no trace; an old file of the name stands
 
     long GetPackedSize() const { return written; }
+    // Where the bytes go until Finish: the temporary file, or the name itself for a device or
+    // pipe. A caller that packs a folder skips it, so that the archive never packs itself.
+    const char* GetWorkName() const { return output.WorkName(); }
 
     // Packs up to 'n' (at most MAX_CHUNK) bytes into one chunk, 'out' having room for MAX_CHUNK
     // bytes. Gives the chunk's size; '*consumed' gets the input bytes it holds, which is 'n' unless
@@ -139,7 +150,8 @@ class QArchiveWriter {
     bool Write(const void* data, int n);
     bool AppendDirectory(const void* data, int n);
 
-    FILE* file;     // owned, from qfopen
+    QOutput output;
+    FILE* file;     // borrowed from 'output'; null while no archive is being written
     char* fileName; // owned, from qstrdup
     long written;
     bool failed;        // a write failed; Finish refuses

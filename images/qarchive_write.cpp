@@ -9,7 +9,6 @@
 
 #include "images/qbytes.h"
 
-#include "foundation/qfilesys.h"
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 
@@ -33,7 +32,6 @@ const int hashBits = 15;
 const int defaultMaxChain = 128;
 
 enum { ITEM_LITERAL = 0, ITEM_COPY = 1, ITEM_RUN = 2 };
-
 
 bool SameIgnoringCase(const char* a, const char* b) {
     for (;; a++, b++) {
@@ -81,11 +79,11 @@ bool QArchiveWriter::Create(const char* name) {
     directorySize = 0;
     written = 0;
     failed = false;
-    file = name ? qfopen(name, "wb") : nullptr;
-    if (!file) {
+    if (!name || !output.Open(name, PLATFORM_OUTPUT_BINARY)) {
         QERROR("QArchiveWriter:Create(); can't open '%s' for output", name ? name : "");
         return false;
     }
+    file = output.Stream();
     fileName = qstrdup(name);
     // The head's directory fields are filled by Finish.
     uint8_t head[QArchive::HEADER_SIZE] = {'Q', 'A', 'R', 'C'};
@@ -189,21 +187,18 @@ bool QArchiveWriter::Finish() {
         Abort();
         return false;
     }
-    FILE* f = file;
     file = nullptr;
-    if (qfclose(f) != 0) {
+    // Buffered bytes reach the disk here; a failed flush or rename leaves the old file standing.
+    if (!output.Commit()) {
         QERROR("QArchiveWriter: can't write to '%s'", fileName);
-        QRemoveFile(fileName);
         return false;
     }
     return true;
 }
 
 void QArchiveWriter::Abort() {
-    if (!file) return;
-    qfclose(file);
     file = nullptr;
-    if (fileName) QRemoveFile(fileName);
+    output.Abandon();
 }
 
 int QArchiveWriter::CompressChunk(const uint8_t* in, int n, uint8_t* out, int* consumed) {

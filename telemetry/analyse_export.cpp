@@ -1,7 +1,7 @@
 #include "telemetry/analyse_export.h"
 
-#include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
+#include "foundation/qoutput.h"
 #include "platform/platform.h"
 #include "telemetry/analyse_modifier.h"
 #include "telemetry/analyse_signals.h"
@@ -19,9 +19,41 @@ namespace {
 
 bool IsTimeOrDistance(const qstring& id) { return id == "time" || id == "distance"; }
 
+// A signal shorter than the first is reported for each row past its end, with its first this many
+// rows: one long signal beside a thousand short ones would otherwise give a report per value of
+// the table, millions of them, and the conversion would take hours. The rest are counted, once.
+const int maxShortReports = 10;
+
 // Round halves away from zero and compare as a whole number. A lap that reads NaN or lies outside
 // every int never matches.
 bool IsLap(float value, int32_t lap) { return double(std::round(value)) == double(lap); }
+
+// Every line of the head starts with '#': a line feed or carriage return in a name or value would
+// start a line that a reader takes for data. Control characters are written as escapes, and the
+// backslash doubled, so that the text still reads back exactly. Bytes from 128 up stay as they
+// are: they are letters of the text's own encoding.
+void WriteEscaped(PTextOut& out, const char* text)
+{
+    static const char hex[] = "0123456789ABCDEF";
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; p++) {
+        const unsigned char c = *p;
+        if (c >= 0x20 && c != 0x7F && c != '\\') {
+            out.Char(char(c));
+            continue;
+        }
+        out.Char('\\');
+        switch (c) {
+        case '\\': out.Char('\\'); break;
+        case '\n': out.Char('n'); break;
+        case '\r': out.Char('r'); break;
+        case '\t': out.Char('t'); break;
+        default:
+            out.Char('x');
+            out.Char(hex[c >> 4]);
+            out.Char(hex[c & 15]);
+        }
+    }
+}
 
 // "# <Plural>: n", then "# <Title> i: name = value" for each pair, then "#".
 void WritePairs(PTextOut& out, const char* plural, const char* title, const qstring* names, const qstring* values,
@@ -33,9 +65,9 @@ void WritePairs(PTextOut& out, const char* plural, const char* title, const qstr
     for (int i = 0; i < count; i++) {
         std::snprintf(line, sizeof line, "# %s %d: ", title, i + 1);
         out.Text(line);
-        out.Text(names[i].cstr());
+        WriteEscaped(out, names[i].cstr());
         out.Text(" = ");
-        out.Text(values[i].cstr());
+        WriteEscaped(out, values[i].cstr());
         out.Char('\n');
     }
     out.Text("#\n");
@@ -52,14 +84,12 @@ void WriteHead(PTextOut& out, const PSignals& set)
 
 bool PSignals::ExportASCII(const PExportOptions& options)
 {
-    char separator = ' ';
+    const char* name = options.fileName.cstr();
     AsciiExportModifier* modifier = nullptr; // owned for the length of the export
     if (options.modifierFile.IsNotEmpty()) {
         modifier = new AsciiExportModifier;
         qstring reason;
-        if (modifier->Load(options.modifierFile.cstr(), &reason)) {
-            separator = modifier->GetSeparator();
-        } else {
+        if (!modifier->Load(options.modifierFile.cstr(), &reason)) {
             qstring text("Could not read modifier file (");
             text += options.modifierFile;
             text += "): ";
@@ -70,14 +100,44 @@ bool PSignals::ExportASCII(const PExportOptions& options)
         }
     }
 
-    FILE* f = qfopen(options.fileName.cstr(), "w");
-    if (!f) {
-        QWARNING("PSignals::ExportASCII(%s) failed - can't open file", options.fileName.cstr());
+    // The table takes the place of what stands at its name, so it must never be the recording it
+    // is made from: the same name, or a link of either kind to it.
+    if (PlatformSameFile(fileName.cstr(), name)) {
+        QWARNING("PSignals::ExportASCII(%s) failed - output is the input file", name);
         delete modifier;
         return false;
     }
-    PTextOut out(f);
+    // Written beside the old table and renamed into place only when complete, so that a full disk
+    // or a killed process leaves the old one as it was.
+    QOutput output;
+    if (!output.Open(name)) {
+        QWARNING("PSignals::ExportASCII(%s) failed - can't open file", name);
+        delete modifier;
+        return false;
+    }
+    bool complete, written;
+    {
+        PTextOut out(output.Stream());
+        complete = WriteASCII(out, options, modifier);
+        written = out.Flush();
+    }
+    delete modifier;
+    // A table without a distance column is kept too, as far as it got: its error line is in it.
+    if (written) {
+        written = output.Commit();
+    } else {
+        output.Abandon();
+    }
+    if (!written) {
+        QWARNING("PSignals::ExportASCII(%s) failed - can't write file", name);
+        return false;
+    }
+    return complete;
+}
 
+bool PSignals::WriteASCII(PTextOut& out, const PExportOptions& options, const AsciiExportModifier* modifier)
+{
+    const char separator = modifier ? modifier->GetSeparator() : ' ';
     if (!modifier) WriteHead(out, *this);
 
     qstring timeName("time"), distanceName("distance");
@@ -94,9 +154,6 @@ bool PSignals::ExportASCII(const PExportOptions& options)
         out.Text("** ERROR: No distance signal found - won't work in ASCII export (");
         out.Text(fileName.cstr());
         out.Text(")\n");
-        out.Flush();
-        qfclose(f);
-        delete modifier;
         return false;
     }
     const PSignal* lapSignal = FindSignal("lap");
@@ -109,6 +166,7 @@ bool PSignals::ExportASCII(const PExportOptions& options)
         const PSignal* signal;
         float factor;
         bool trigger;
+        int reported; // rows past the end of a short signal reported so far
     };
     std::vector<Column> columns;
     columns.reserve(size_t(signalCount));
@@ -132,7 +190,7 @@ bool PSignals::ExportASCII(const PExportOptions& options)
         out.Text(column.cstr());
         bool trigger = (id == "lap" && (options.triggerFlags & PExportOptions::PEO_LAP_TRIGGER)) ||
                        (id == "sector" && (options.triggerFlags & PExportOptions::PEO_SECTOR_TRIGGER));
-        columns.push_back(Column{s, factor, trigger});
+        columns.push_back(Column{s, factor, trigger, 0});
     }
     out.Char('\n');
 
@@ -142,6 +200,7 @@ bool PSignals::ExportASCII(const PExportOptions& options)
     float lastDistance = -999999.0f;
     float baseTime = 0.0f;
     bool first = true;
+    long long unreported = 0; // values past the end of short signals beyond the reported rows
     // Rows go out in blocks: the samples of a block are gathered column by column into a row-major
     // table (one short stream per signal instead of a jump between all of them per value), then
     // each row is formatted at once, eight values at a time where the processor can. A block in
@@ -195,10 +254,16 @@ bool PSignals::ExportASCII(const PExportOptions& options)
             for (int r = 0; r < m; r++) {
                 const int k = sample[size_t(r)];
                 float* v = &table[size_t(r) * width + 2];
-                for (const Column& c : columns) {
-                    if (c.trigger) *v = c.signal->GetTriggerValue(k);
-                    else if (k < c.signal->count) *v = c.signal->data[k] * c.factor;
-                    else *v = c.signal->GetValue(k) * c.factor; // reports the short signal
+                for (Column& c : columns) {
+                    if (k < c.signal->count) {
+                        *v = c.trigger ? c.signal->GetTriggerValue(k) : c.signal->data[k] * c.factor;
+                    } else if (c.reported < maxShortReports) {
+                        c.reported++; // the read reports the short signal
+                        *v = c.trigger ? c.signal->GetTriggerValue(k) : c.signal->GetValue(k) * c.factor;
+                    } else {
+                        unreported++;
+                        *v = c.trigger ? 0.0f : 0.0f * c.factor; // what the read would give
+                    }
                     v++;
                 }
             }
@@ -207,13 +272,10 @@ bool PSignals::ExportASCII(const PExportOptions& options)
         for (int r = 0; r < m; r++)
             out.Commit(FormatRowF6(out.Reserve(rowBytes), &table[size_t(r) * width], int(width), separator));
     }
-    bool written = out.Flush();
-    if (qfclose(f) != 0) written = false;
-    delete modifier;
-    if (!written) {
-        QWARNING("PSignals::ExportASCII(%s) failed - can't write file", options.fileName.cstr());
-        return false;
-    }
+    if (unreported > 0)
+        QERROR("PSignals::ExportASCII(%s): %lld more values past the end of short signals written as 0.000000, "
+               "not reported one by one",
+               options.fileName.cstr(), unreported);
     return true;
 }
 

@@ -13,6 +13,8 @@
 namespace tarvik {
 
 class QFile;
+class PTextOut;
+class AsciiExportModifier;
 struct PSignalTypeDef;
 struct PExportOptions;
 
@@ -71,7 +73,10 @@ public:
     bool ReadSGF(QFile& file); // the reader behind ImportSGF, on an open file; fileName set by the caller
     bool ImportASCII(const char* fileName);
     bool ReadASCII(QFile& file); // the reader behind ImportASCII, on an open file; fileName set by the caller
-    bool ExportASCII(const PExportOptions& options);
+    bool ExportASCII(const PExportOptions& options); // never over the file it was imported from
+    // The table behind ExportASCII, into a stream: head, column line and rows. 'modifier' may be
+    // null; options.fileName only names the table in reports. False without a signal 'distance'.
+    bool WriteASCII(PTextOut& out, const PExportOptions& options, const AsciiExportModifier* modifier);
 
     PSignal* signals[MAX_SIGNALS]; // owned, in file order, which is the order of output columns
     int32_t signalCount;

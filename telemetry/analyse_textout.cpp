@@ -116,14 +116,14 @@ void PTextOut::Text(const char* text)
 void PTextOut::Drain()
 {
     size_t n = size_t(pos - buffer);
-    if (n && !failed && std::fwrite(buffer, 1, n, stream) != n) failed = true;
+    if (n && stream && !failed && std::fwrite(buffer, 1, n, stream) != n) failed = true;
     pos = buffer;
 }
 
 bool PTextOut::Flush()
 {
     Drain();
-    if (!failed && std::fflush(stream) != 0) failed = true;
+    if (stream && !failed && std::fflush(stream) != 0) failed = true;
     return !failed;
 }
 

@@ -34,7 +34,7 @@ class PTextOut {
 public:
     enum { BUFFER_BYTES = 1 << 20 };
 
-    explicit PTextOut(FILE* stream); // borrowed; the caller closes it
+    explicit PTextOut(FILE* stream); // borrowed; the caller closes it. Null: the text is dropped
     ~PTextOut();
     PTextOut(const PTextOut&) = delete;
     PTextOut& operator=(const PTextOut&) = delete;

@@ -56,6 +56,7 @@ int main(int argc, char** argv)
     if (argc < 3) {
         std::printf("Usage: sgf2ascii <sgffile> <textfile>\n");
         std::printf("Converts Tarvik SGF (Tarvik Telemetry Data) binary files to ASCII files.\n");
+        std::printf("An input whose name holds no \".sgf\" is read as a measuring tool's tab-separated table.\n");
         return 0;
     }
     std::fflush(stdout);

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -20,14 +19,6 @@ using ExportTest = TelemetryTest;
 // The head of a set without properties.
 const std::string head = "#\n# ASCII signal export\n# Writer: Ostrand PSignals exporter v1.2\n#\n"
                          "# Properties: 0\n#\n# Metaproperties: 0\n#\n";
-
-// A value as the export prints it.
-std::string Fixed(float value)
-{
-    char text[64];
-    std::snprintf(text, sizeof text, "%f", double(value));
-    return text;
-}
 
 struct Exported {
     bool ok;
@@ -49,11 +40,13 @@ Exported Export(PSignals& set, int32_t lap = -1, uint32_t triggerFlags = 0, cons
 } // namespace
 
 // The formatter's rare numbers come out as printf writes them: -0, a tie at the seventh
-// decimal (to even), and the largest float.
+// decimal (to even), and the largest float. Control characters of the head are escaped, so that
+// each of its lines is a comment.
 TEST_F(ExportTest, SmallRecordingGivesTheWholeText)
 {
     PSignals set;
-    set.AddProperty("car", "a");
+    set.AddProperty("car", "a\nb");
+    set.AddProperty("dir\\name", "\r\t\x01\x7f\xe9");
     set.metaName[0] = "session";
     set.metaValue[0] = "race";
     set.metaName[1] = "weather";
@@ -71,8 +64,9 @@ TEST_F(ExportTest, SmallRecordingGivesTheWholeText)
                       "# ASCII signal export\n"
                       "# Writer: Ostrand PSignals exporter v1.2\n"
                       "#\n"
-                      "# Properties: 1\n"
-                      "# Property 1: car = a\n"
+                      "# Properties: 2\n"
+                      "# Property 1: car = a\\nb\n"
+                      "# Property 2: dir\\\\name = \\r\\t\\x01\\x7F\xe9\n"
                       "#\n"
                       "# Metaproperties: 2\n"
                       "# Metaproperty 1: session = race\n"
@@ -112,12 +106,11 @@ TEST_F(ExportTest, ColumnsRowsAndLaps)
         // Distance rises by at least 0.001 a row, in 32-bit sums: 10.001 + 0.001 shows its rounding.
         {"falling distance", {{"time", {0, 1, 2, 3}, 1, -1}, {"distance", {10, 10, 9, 12}, 1, -1}}, -1, 0, true,
          "",
-         "time distance\n0.000000 10.000000\n1.000000 10.001000\n2.000000 " + Fixed(10.0f + 0.001f + 0.001f) +
-             "\n3.000000 12.000000\n"},
+         "time distance\n0.000000 10.000000\n1.000000 10.001000\n2.000000 10.002001\n3.000000 12.000000\n"},
         {"short distance", {{"rpm", {1, 2, 3, 4}, 1, -1}, {"distance", {5, 6, 100, 100}, 1, 2}}, -1, 0, true,
          "",
-         "time distance rpm\n0.000000 5.000000 1.000000\n1.000000 6.000000 2.000000\n2.000000 " +
-             Fixed(6.0f + 0.001f) + " 3.000000\n3.000000 " + Fixed(6.0f + 0.001f + 0.001f) + " 4.000000\n"},
+         "time distance rpm\n0.000000 5.000000 1.000000\n1.000000 6.000000 2.000000\n2.000000 6.001000 3.000000\n"
+         "3.000000 6.002000 4.000000\n"},
         // The time column counts the first signal's steps.
         {"first step", {{"rpm", {1, 2, 3}, 0.25f, -1}, {"time", {0, 1, 2}, 1, -1}, {"distance", {0, 1, 2}, 1, -1}},
          -1, 0, true, "",
@@ -185,12 +178,23 @@ TEST_F(ExportTest, ColumnsRowsAndLaps)
     EXPECT_TRUE(Contains(Log(), "(WARN ): [-] ExportASCII with lap=3 can only work if a 'lap' signal"));
 }
 
-TEST_F(ExportTest, UnwritableOutputIsWarnedAndFails)
+// A signal shorter than the first is reported for its first ten rows past the end; further rows
+// are written as zeros and counted in one report.
+TEST_F(ExportTest, ShortSignalsReportTheirFirstTenMissingRows)
 {
     PSignals set;
-    AddFilled(set, "distance", {0.0f});
-    Exported e = Export(set, -1, 0, "no/such/dir/out.txt");
-    EXPECT_FALSE(e.ok);
-    EXPECT_EQ(e.err, "PSignals::ExportASCII(no/such/dir/out.txt) failed - can't open file\n");
-    EXPECT_TRUE(Contains(Log(), "(WARN ): [-] " + e.err.substr(0, e.err.size() - 1) + " ["));
+    std::vector<float> rows(25);
+    for (size_t i = 0; i < rows.size(); i++) rows[i] = float(i);
+    AddFilled(set, "distance", rows);
+    AddFilled(set, "a", {7});
+    AddFilled(set, "b", std::vector<float>(rows.begin(), rows.begin() + 20));
+    Exported e = Export(set);
+    EXPECT_TRUE(e.ok);
+    std::string err;
+    for (int i = 1; i <= 10; i++) err += "GetValue index (" + std::to_string(i) + ") out of range 0..0 (a)\n";
+    for (int i = 20; i < 25; i++) err += "GetValue index (" + std::to_string(i) + ") out of range 0..19 (b)\n";
+    EXPECT_EQ(e.err, err + "PSignals::ExportASCII(out.txt): 14 more values past the end of short signals written "
+                           "as 0.000000, not reported one by one\n");
+    EXPECT_TRUE(Contains(e.text, "\n11.000000 11.000000 0.000000 11.000000\n"));
+    EXPECT_TRUE(Contains(e.text, "\n24.000000 24.000000 0.000000 0.000000\n"));
 }

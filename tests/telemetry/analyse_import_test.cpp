@@ -61,9 +61,9 @@ std::string WithLength(std::string bytes, const std::string& text, int16_t lengt
     return bytes;
 }
 
-std::string LoadLine(int chunks)
+std::string LoadLine(int chunks, const std::string& step = "1.000000")
 {
-    return "PSignals:Load() timestep 1.000000, " + std::to_string(chunks) + " signals\n";
+    return "PSignals:Load() timestep " + step + ", " + std::to_string(chunks) + " signals\n";
 }
 std::string SignalLine(int i, const std::string& name, int samples)
 {
@@ -320,17 +320,18 @@ TEST_F(ImportTest, StepIsCutToWholeSecondsAndZeroIsRepaired)
         repair + "No 'time' signal found to fix timestep; using 0.1 seconds (10 Hz)\n";
     struct Case {
         float stored;
+        const char* whole; // the step as the first report gives it
         Signals signals;
         std::string err; // after the "Load signal" lines
         float step;
     } cases[] = {
-        {0.01f, {{"rpm", {1, 2, 3}}, {"time", {0, 0.02f, 0.04f}}}, repair + "Timestep corrected to 0.0200\n",
-         0.02f},
-        {-0.9f, {{"time", {0.0f, 0.25f}}}, repair + "Timestep corrected to 0.2500\n", 0.25f},
-        {1.5f, {{"time", {0.0f, 0.02f}}}, "", 1.0f},
-        {2.99f, {{"time", {0.0f, 0.02f}}}, "", 2.0f},
-        {0.0f, {{"time", {3}}, {"rpm", {1}}}, tenHertz, 0.1f},
-        {0.0f, {{"Time", {0.0f, 0.5f}}}, tenHertz, 0.1f}, // names count exactly
+        {0.01f, "0.000000", {{"rpm", {1, 2, 3}}, {"time", {0, 0.02f, 0.04f}}},
+         repair + "Timestep corrected to 0.0200\n", 0.02f},
+        {-0.9f, "0.000000", {{"time", {0.0f, 0.25f}}}, repair + "Timestep corrected to 0.2500\n", 0.25f},
+        {1.5f, "1.000000", {{"time", {0.0f, 0.02f}}}, "", 1.0f},
+        {2.99f, "2.000000", {{"time", {0.0f, 0.02f}}}, "", 2.0f},
+        {0.0f, "0.000000", {{"time", {3}}, {"rpm", {1}}}, tenHertz, 0.1f},
+        {0.0f, "0.000000", {{"Time", {0.0f, 0.5f}}}, tenHertz, 0.1f}, // names count exactly
     };
     for (const Case& c : cases) {
         SgfWriter w;
@@ -338,10 +339,7 @@ TEST_F(ImportTest, StepIsCutToWholeSecondsAndZeroIsRepaired)
         for (const auto& s : c.signals) w.Add(s.first, s.second);
         PSignals set;
         EXPECT_TRUE(Load(set, w.Build()));
-        char head[128];
-        std::snprintf(head, sizeof head, "PSignals:Load() timestep %f, %d signals\n", double(int(c.stored)),
-                      int(c.signals.size()));
-        std::string expected = head;
+        std::string expected = LoadLine(int(c.signals.size()), c.whole);
         for (size_t i = 0; i < c.signals.size(); i++)
             expected += SignalLine(int(i), c.signals[i].first, int(c.signals[i].second.size()));
         EXPECT_EQ(err, expected + c.err) << c.stored;

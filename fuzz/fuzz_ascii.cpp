@@ -1,8 +1,8 @@
-// The text import on any bytes, and the export of whatever it loaded.
+// The text import on any bytes, and the export of whatever it loaded, both from memory.
 #include "fuzz/fuzz.h"
+#include "fuzz/fuzz_telemetry.h"
 
 #include "foundation/qfile.h"
-#include "telemetry/analyse_export.h"
 #include "telemetry/analyse_signals.h"
 
 using namespace tarvik;
@@ -14,11 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     PSignals* set = new PSignals;
     set->fileName = "fuzz.txt";
     QFile file("fuzz.txt", const_cast<uint8_t*>(data), int(size));
-    if (set->ReadASCII(file)) {
-        PExportOptions options;
-        options.fileName = "/dev/null";
-        set->ExportASCII(options);
-    }
+    if (set->ReadASCII(file)) FuzzExport(*set, size, -1, 0);
     delete set;
     return 0;
 }

@@ -17,9 +17,11 @@
 
 #if defined(__x86_64__) && defined(__GNUC__)
 
-// The intrinsics leave the unused lanes of their results undefined on purpose, which the compiler
-// reads as a use of an uninitialised value once they are inlined here.
+// The intrinsics leave the unused lanes of their results undefined on purpose, which GCC reads as
+// a use of an uninitialised value once they are inlined here. Clang has no such warning group.
+#if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include <immintrin.h>
 
 #define TARVIK_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2,bmi2,popcnt")))

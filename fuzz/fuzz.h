@@ -11,6 +11,7 @@ namespace tarvik {
 // Silences the log file once per process: a fuzz run must not write QLOG.txt a million times.
 void FuzzSetup();
 // Writes the input to a file of this process in the temporary folder, with the given ending, and
-// gives its name: the image readers take file names. The file is overwritten by the next input.
+// gives its name, for readers that take only a file name. The file is overwritten by the next
+// input. Readers with an entry from memory are fed through it instead: no file work per input.
 const char* FuzzWriteFile(const char* ending, const uint8_t* data, size_t size);
 } // namespace tarvik

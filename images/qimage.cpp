@@ -3,6 +3,8 @@
 #include "images/qimage_file.h"
 #include "images/qpsd.h"
 
+#include "foundation/qapphooks.h"
+#include "foundation/qfile.h"
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 
@@ -38,12 +40,16 @@ QImage::QImage(const char* fileName, int depth_, int wid_, int hgt_, int flags_)
     : QBitMap(depth_, wid_, hgt_, flags_), byteSwap(false), error(0)
 {
     SetName(fileName);
-    if (Read(fileName)) {
-        error = 0;
-    } else {
-        QWARNING("QImage ctor: can't load '%s'", fileName ? fileName : "(null)");
-        error = 1;
-    }
+    error = Read(fileName) ? 0 : 1;
+    if (error) QWARNING("QImage ctor: can't load '%s'", fileName ? fileName : "(null)");
+}
+
+QImage::QImage(const char* name, const uint8_t* data, long size)
+    : QBitMap(0, 0, 0, 0), byteSwap(false), error(0)
+{
+    SetName(name);
+    error = ReadMemory(name, data, size) ? 0 : 1;
+    if (error) QWARNING("QImage ctor: can't load '%s'", name ? name : "(null)");
 }
 
 QImage::~QImage() {}
@@ -83,13 +89,46 @@ bool QImage::Read(const char* fileName)
     }
 }
 
-// The layers of the file composed into this bitmap. A file whose layers could not all be read
-// still gives the picture of its canvas, blank where nothing was read; only no canvas is a failure.
+bool QImage::ReadMemory(const char* name, const uint8_t* data, long size)
+{
+    static const uint8_t none = 0; // the decoders may point at an empty file's block
+    if (!data || size < 0) data = &none, size = 0;
+    switch (GetImageFileType(name)) {
+    case QIMAGE_RGB: return DecodeRGB(name, data, size);
+    case QIMAGE_TGA: return DecodeTGA(name, data, size, !qappHooks); // the road ReadTGA would take
+    case QIMAGE_JPG: return DecodeJPG(name, data, size);
+    case QIMAGE_BMP: return DecodeBMP(name, data, size);
+    case QIMAGE_PSD: return DecodePSD(name, data, size);
+    case QIMAGE_MIP: return DecodeMIP(name, data, size);
+    case QIMAGE_PNG: return true;
+    default: return false;
+    }
+}
+
 bool QImage::ReadPSD(const char* fileName)
 {
-    QPSD psd(fileName);
+    uint8_t* data;
+    long size;
+    if (QImageLoadFile(fileName, &data, &size) != QIMAGE_LOAD_OK) {
+        QWARNING("QImage: can't read PSD '%s'\n", fileName ? fileName : "(null)");
+        return false;
+    }
+    bool ok = DecodePSD(fileName, data, size);
+    qfree(data);
+    return ok;
+}
+
+// The layers of the file composed into this bitmap. A file whose layers could not all be read
+// still gives the picture of its canvas, blank where nothing was read; only no canvas is a failure.
+bool QImage::DecodePSD(const char* fileName, const uint8_t* data, long size)
+{
+    QPSD psd(nullptr);
+    if (size <= INT_MAX) {
+        QFile file(fileName, const_cast<uint8_t*>(data), int(size)); // only read, never freed
+        psd.Load(file);
+    }
     if ((long long)psd.GetRows() * psd.GetColumns() == 0) {
-        QWARNING("QImage: can't read PSD '%s'\n", fileName);
+        QWARNING("QImage: can't read PSD '%s'\n", fileName ? fileName : "(null)");
         return false;
     }
     if (!Alloc(32, psd.GetColumns(), psd.GetRows(), 0, nullptr)) return false;

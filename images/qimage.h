@@ -7,6 +7,7 @@
 // Files come from anywhere. Every reader loads the file into one block and decodes from it through
 // bounds that know the end of the data, and checks the size a header claims against the bytes the
 // file has before it allocates pixels: a few bytes claiming 16384x16384 are refused, not allocated.
+// A file already in memory goes the same road from its block (ReadMemory), with no file opened.
 #pragma once
 
 #include "images/qbitmap.h"
@@ -60,6 +61,9 @@ struct QTGAHeader {
 class QImage : public QBitMap {
 public:
     QImage(const char* fileName, int depth = 0, int wid = 0, int hgt = 0, int flags = 0);
+    // A file already in memory, named 'name' for the choice of reader and for the reports; the
+    // block is only read, and not kept.
+    QImage(const char* name, const uint8_t* data, long size);
     ~QImage() override;
 
     const char* ClassName() const override { return "QImage"; }
@@ -68,6 +72,7 @@ public:
     bool IsOK() const { return error == 0; }
 
     bool Read(const char* fileName);
+    bool ReadMemory(const char* name, const uint8_t* data, long size); // the reader Read would pick
     static int GetImageFileType(const char* fileName);
 
     bool ReadRGB(const char* fileName);
@@ -82,7 +87,14 @@ public:
     static bool ReadTGAHeader(const char* fileName, QTGAHeader* header);
 
 private:
+    // The readers from the file's bytes; the Read functions load the file whole and call these.
+    bool DecodeRGB(const char* fileName, const uint8_t* data, long size);
+    void ParseRGBHeader(const uint8_t* raw, QRGBHeader* header); // 108 bytes; sets byteSwap
     bool DecodeTGA(const char* fileName, const uint8_t* data, long size, bool slow);
+    bool DecodeBMP(const char* fileName, const uint8_t* data, long size);
+    bool DecodeJPG(const char* fileName, const uint8_t* data, long size);
+    bool DecodeMIP(const char* fileName, const uint8_t* data, long size);
+    bool DecodePSD(const char* fileName, const uint8_t* data, long size);
 
     bool byteSwap; // the RGB file's numbers are big-endian
     int32_t error; // 0 after a good load, 1 after a failed one

@@ -20,7 +20,13 @@ bool QImage::ReadBMP(const char* fileName)
         QWARNING("QImage:ReadBMP(); (%s) out of memory", fileName);
         return false;
     }
+    bool ok = DecodeBMP(fileName, data, size);
+    qfree(data);
+    return ok;
+}
 
+bool QImage::DecodeBMP(const char* fileName, const uint8_t* data, long size)
+{
     // File header (14 bytes) and the first 40 bytes of the information header; a short file reads
     // zeros past its end, which the checks below refuse.
     uint8_t head[54] = {};
@@ -39,22 +45,23 @@ bool QImage::ReadBMP(const char* fileName)
     const long long left = size > long(offBits) ? size - long(offBits) : 0;
     // A supported kind must hold all its rows (the last one may lack its padding). A kind without a
     // decoder still gets a bitmap of its size, but only a size its compression could reach: a
-    // run-length pair of bytes gives at most 255 pixels.
-    const long long need = supported ? stride * (height - 1) + (width * bitCount + 7) / 8 : width * height / 128;
-    if (width <= 0 || height <= 0 || width > 0x7FFFFFFF / 4 || need > left) {
+    // run-length pair of bytes gives at most 255 pixels. The sides are checked first: with both
+    // below 2^31 and the width below 2^29 no product here leaves 64 bits.
+    const bool sides = width > 0 && height > 0 && width <= 0x7FFFFFFF / 4;
+    const long long need = !sides ? 0
+                          : supported ? stride * (height - 1) + (width * bitCount + 7) / 8
+                          : width * height / 128;
+    if (!sides || need > left) {
         QWARNING("QImage:ReadBMP(%s); %lldx%lld is more than the file holds", fileName, width, height);
-        qfree(data);
         return false;
     }
 
     if (!Alloc(32, int(width), int(height), 0, nullptr)) {
         QWARNING("QImage:ReadBMP(); (%s) out of memory", fileName);
-        qfree(data);
         return false;
     }
     if (!supported) {
         QWARNING("QImage:ReadBMP(%s); unsupported #bits (%d) or compression (%d)", fileName, bitCount, compression);
-        qfree(data);
         return true;
     }
 
@@ -73,7 +80,6 @@ bool QImage::ReadBMP(const char* fileName)
             }
         }
     }
-    qfree(data);
     return true;
 }
 

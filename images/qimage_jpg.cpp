@@ -2,8 +2,10 @@
 //
 // The library's errors come back through the manager of qjpeg.h as a failed load with a report,
 // never an exit. A stream that ends early is a failed load too: its missing lines would be grey.
+// The file is decoded from its block in memory, and its size bounds the decoder's work (qjpeg.h).
 #include "images/qimage.h"
 
+#include "images/qimage_file.h"
 #include "images/qjpeg.h"
 
 #include "foundation/qhelpers.h"
@@ -47,10 +49,13 @@ static void PutLine(const uint8_t* s, int row, QBitMap* bm, int components, cons
 
 // The part that the library may leave by a jump. It owns nothing that needs a destructor; what it
 // allocates is in 'line', which the caller frees whatever way this ends.
-static bool Decode(jpeg_decompress_struct* cinfo, QJpegError* err, QBitMap* bm, long fileSize, uint8_t** line)
+static bool Decode(jpeg_decompress_struct* cinfo, QJpegError* err, QJpegLimits* limits, QBitMap* bm,
+                   const uint8_t* data, long size, uint8_t** line)
 {
     if (setjmp(err->jump)) return false;
 
+    jpeg_CreateDecompress(cinfo, 62, sizeof *cinfo);
+    jpeg_mem_src(cinfo, data, (unsigned long)size);
     jpeg_read_header(cinfo, TRUE);
     const long w = long(cinfo->image_width), h = long(cinfo->image_height);
     if (w > QIMAGE_MAX_WIDTH || h > QIMAGE_MAX_WIDTH) {
@@ -60,10 +65,11 @@ static bool Decode(jpeg_decompress_struct* cinfo, QJpegError* err, QBitMap* bm, 
     }
     // A few hundred bytes claiming 16384x16384 would decode to a gigabyte of grey. No coded JPEG
     // packs near a thousand pixels into a byte, so the claim is weighed before the pixels exist.
-    if (w * h > 1024 * fileSize + (1 << 20)) {
+    if (w * h > 1024 * size + (1 << 20)) {
         QWARNING("QImage:ReadJPG(%s); %ldx%ld is more than the file holds", err->fileName, w, h);
         return false;
     }
+    if (!QJpegLimitDecompress(cinfo, limits, err, size)) return false;
     if (!bm->Alloc(32, int(w), int(h), 0, nullptr)) {
         QWARNING("QImage:ReadJPG(); (%s) out of memory", err->fileName);
         return false;
@@ -78,37 +84,44 @@ static bool Decode(jpeg_decompress_struct* cinfo, QJpegError* err, QBitMap* bm, 
     }
     while (cinfo->output_scanline < cinfo->output_height) {
         JSAMPROW rows[1] = {*line};
-        if (jpeg_read_scanlines(cinfo, rows, 1) != 1) break;
+        if (jpeg_read_scanlines(cinfo, rows, 1) != 1) break; // finishing then reports the short picture
         // The first line of the stream is the top of the picture, the bitmap's last row.
         PutLine(*line, int(h - cinfo->output_scanline), bm, cinfo->num_components, err->fileName);
     }
     jpeg_finish_decompress(cinfo);
-    return !err->truncated;
+    return true;
 }
 
 bool QImage::ReadJPG(const char* fileName)
 {
-    FILE* f = fileName ? qfopen(fileName, "rb") : nullptr;
-    if (!f) {
+    uint8_t* data;
+    long size;
+    QImageLoad got = QImageLoadFile(fileName, &data, &size);
+    if (got == QIMAGE_LOAD_MISSING) {
         std::printf("Can't open %s\n", fileName ? fileName : "(null)");
         return false;
     }
-    std::fseek(f, 0, SEEK_END);
-    long fileSize = std::ftell(f);
-    std::fseek(f, 0, SEEK_SET);
+    if (got == QIMAGE_LOAD_NO_MEMORY) {
+        QWARNING("QImage:ReadJPG(); (%s) out of memory", fileName);
+        return false;
+    }
+    bool ok = DecodeJPG(fileName, data, size);
+    qfree(data);
+    return ok;
+}
 
+bool QImage::DecodeJPG(const char* fileName, const uint8_t* data, long size)
+{
     jpeg_decompress_struct cinfo;
     QJpegError err;
+    QJpegLimits limits; // the decoder's progress monitor while it runs
     std::memset(&cinfo, 0, sizeof cinfo);
     cinfo.err = QJpegErrorManager(&err, "QImage:ReadJPG", fileName);
-    jpeg_CreateDecompress(&cinfo, 62, sizeof cinfo);
-    jpeg_stdio_src(&cinfo, f);
 
     uint8_t* line = nullptr;
-    bool ok = Decode(&cinfo, &err, this, fileSize, &line);
+    bool ok = Decode(&cinfo, &err, &limits, this, data, size, &line);
     if (line) qfree(line);
-    jpeg_destroy_decompress(&cinfo);
-    qfclose(f);
+    jpeg_destroy_decompress(&cinfo); // also after a jump, and after a failed creation
     return ok;
 }
 

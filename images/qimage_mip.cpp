@@ -46,10 +46,16 @@ bool QImage::ReadMIP(const char* fileName)
         QWARNING("MIP out of memory while loading pixel data");
         return false;
     }
+    bool ok = DecodeMIP(fileName, data, size);
+    qfree(data);
+    return ok;
+}
+
+bool QImage::DecodeMIP(const char* fileName, const uint8_t* data, long size)
+{
     Cursor c{data, data + size};
     if (size < 4 || std::memcmp(data, "PIM ", 4) != 0) {
         QWARNING("MIP image doesn't have correct header");
-        qfree(data);
         return false;
     }
 
@@ -63,7 +69,6 @@ bool QImage::ReadMIP(const char* fileName)
     if (firstType == 0 || firstType == 1) {
         if (!ReadCMAP(c, cmap)) {
             QWARNING("MIP with CMAP size!=64; unexpected");
-            qfree(data);
             return false;
         }
         havePalette = true;
@@ -77,7 +82,6 @@ bool QImage::ReadMIP(const char* fileName)
     if (imageType == 2) {
         if (!ReadCMAP(c, cmap)) {
             QWARNING("MIP with CMAP size!=64; unexpected");
-            qfree(data);
             return false;
         }
         havePalette = true;
@@ -91,22 +95,18 @@ bool QImage::ReadMIP(const char* fileName)
     if (width <= 0 || height <= 0 || rowBytes < rowUsed || (long long)rowBytes * height > left) {
         QWARNING("QImage:ReadMIP(%s); %dx%d with %d bytes a row is more than the file holds", fileName, width, height,
                  rowBytes);
-        qfree(data);
         return false;
     }
     if (!Alloc(32, width, height, 0, nullptr)) {
         QWARNING("QImage:ReadMIP(%s) out of memory", fileName);
-        qfree(data);
         return false;
     }
     if (imageType != 0 && imageType != 1 && imageType != 2) {
         QWARNING("MIP type %d not yet supported", imageType);
-        qfree(data);
         return false;
     }
     if (!havePalette) {
         QWARNING("QImage:ReadMIP(%s); no CMAP chunk: no palette to apply", fileName);
-        qfree(data);
         return false;
     }
 
@@ -127,7 +127,6 @@ bool QImage::ReadMIP(const char* fileName)
         }
         s += rowUsed; // rowBytes sets what is read, not the step from row to row
     }
-    qfree(data);
     return true;
 }
 

@@ -40,15 +40,9 @@ void ExpandRow(const uint8_t* p, const uint8_t* end, uint8_t* out, int width)
 
 } // namespace
 
-bool QImage::ReadRGBHeader(const char* fileName, QRGBHeader* header)
+// The header from its 108 bytes; sets byteSwap.
+void QImage::ParseRGBHeader(const uint8_t* raw, QRGBHeader* header)
 {
-    FILE* f = fileName ? qfopen(fileName, "rb") : nullptr;
-    if (!f) return false;
-    uint8_t raw[RGB_HEADER_SIZE] = {};
-    size_t got = std::fread(raw, 1, sizeof raw, f);
-    qfclose(f);
-    (void)got; // a short file leaves zeros, which the size checks of the reader refuse
-
     // Bytes 0x01 0xDA: the numbers are big-endian. Any other magic is read little-endian as stored.
     byteSwap = raw[0] == 0x01 && raw[1] == 0xDA;
     auto u16 = [&](int at) { return byteSwap ? QGetBE16(raw + at) : QGetLE16(raw + at); };
@@ -64,26 +58,45 @@ bool QImage::ReadRGBHeader(const char* fileName, QRGBHeader* header)
     header->wasteBytes = u32(20);
     std::memcpy(header->name, raw + 24, sizeof header->name);
     header->colorMap = u32(104);
+}
+
+bool QImage::ReadRGBHeader(const char* fileName, QRGBHeader* header)
+{
+    FILE* f = fileName ? qfopen(fileName, "rb") : nullptr;
+    if (!f) return false;
+    uint8_t raw[RGB_HEADER_SIZE] = {};
+    size_t got = std::fread(raw, 1, sizeof raw, f);
+    qfclose(f);
+    (void)got; // a short file leaves zeros, which the size checks of the reader refuse
+    ParseRGBHeader(raw, header);
     return true;
 }
 
 bool QImage::ReadRGB(const char* fileName)
 {
-    QRGBHeader h;
-    if (!ReadRGBHeader(fileName, &h)) return false;
-    const int xsize = h.xsize, ysize = h.ysize, zsize = h.zsize;
-    const bool rle = (h.type >> 8) == 1;
-    if (xsize > QIMAGE_MAX_WIDTH) {
-        QWARNING("%s width %d out of bounds", fileName, xsize);
-        return false;
-    }
-
     uint8_t* data;
     long size;
     QImageLoad got = QImageLoadFile(fileName, &data, &size);
     if (got == QIMAGE_LOAD_MISSING) return false;
     if (got == QIMAGE_LOAD_NO_MEMORY) {
         QWARNING("QImage::Read: can't read rle chunk\n");
+        return false;
+    }
+    bool ok = DecodeRGB(fileName, data, size);
+    qfree(data);
+    return ok;
+}
+
+bool QImage::DecodeRGB(const char* fileName, const uint8_t* data, long size)
+{
+    uint8_t raw[RGB_HEADER_SIZE] = {}; // a short file leaves zeros, which the size checks refuse
+    std::memcpy(raw, data, size < long(RGB_HEADER_SIZE) ? size_t(size) : size_t(RGB_HEADER_SIZE));
+    QRGBHeader h;
+    ParseRGBHeader(raw, &h);
+    const int xsize = h.xsize, ysize = h.ysize, zsize = h.zsize;
+    const bool rle = (h.type >> 8) == 1;
+    if (xsize > QIMAGE_MAX_WIDTH) {
+        QWARNING("%s width %d out of bounds", fileName, xsize);
         return false;
     }
 
@@ -96,15 +109,11 @@ bool QImage::ReadRGB(const char* fileName)
     if (size < need) {
         QWARNING("QImage::ReadRGB(%s); %dx%dx%d needs %lld bytes, the file has %ld", fileName, xsize, ysize, zsize,
                  need, size);
-        qfree(data);
         return false;
     }
 
     Alloc(32, xsize, ysize, flags, nullptr);
-    if (!mem) {
-        qfree(data);
-        return false;
-    }
+    if (!mem) return false;
 
     const size_t stride = size_t(xsize) * 4;
     bool ok = true;
@@ -148,7 +157,6 @@ bool QImage::ReadRGB(const char* fileName)
             }
         }
     }
-    qfree(data);
     return ok;
 }
 

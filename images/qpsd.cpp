@@ -52,6 +52,15 @@ struct Tag {
     explicit Tag(const char* four) { std::memcpy(text, four, 4); text[4] = 0; }
 };
 
+// The fewest bytes that can fill a layer's planes: each its compression word, and rows verbatim or
+// as run-length rows, a count word each and a two-byte packet for every 129 bytes.
+long long LeastBytes(const QPSDLayer& l)
+{
+    const long long h = (long long)l.bottom - l.top, w = (long long)l.right - l.left;
+    const long long verbatim = h * w, packed = 2 * h + 2 * h * ((w + 128) / 129);
+    return l.channels * (2 + (verbatim == 0 ? 0 : verbatim < packed ? verbatim : packed));
+}
+
 long BytesLeft(QFile& f, long size)
 {
     long here = f.Tell();
@@ -100,9 +109,9 @@ QPSD::QPSD(const char* fileName)
 
 QPSD::~QPSD() { FreeLayers(); }
 
-void QPSD::FreeLayers()
+void QPSD::FreeLayers(int from)
 {
-    for (int i = 0; i < QPSD_MAX_LAYERS; i++) {
+    for (int i = from; i < QPSD_MAX_LAYERS; i++) {
         QPSDLayer* l = layer[i];
         if (!l) continue;
         for (int c = 0; c < QPSD_MAX_CHANNELS; c++)
@@ -110,7 +119,7 @@ void QPSD::FreeLayers()
         qfree(l);
         layer[i] = nullptr;
     }
-    layers = 0;
+    if (layers > from) layers = from;
 }
 
 const QPSDLayer* QPSD::GetLayer(int index) const
@@ -192,6 +201,7 @@ bool QPSD::LoadParts(QFile& file)
         QWARNING("PSD has %d layers; only the first %d are read", total, QPSD_MAX_LAYERS);
 
     QPSDLayer* spare = nullptr; // the records past the table are read into this one and dropped
+    long spareStart = -1;
     for (int i = 0; i < total; i++) {
         QPSDLayer* l;
         if (i < QPSD_MAX_LAYERS) {
@@ -203,8 +213,10 @@ bool QPSD::LoadParts(QFile& file)
             layer[i] = l;
             layers = i + 1;
         } else {
-            // Records past the end of the data are all zero and dropped anyway.
-            if (file.IsEOF()) break;
+            // Records past the end of the data are all zero and dropped anyway, and a record that
+            // leads back to itself or before would be read again and again: the rest is not read.
+            if (file.Tell() >= fileSize || file.Tell() <= spareStart) break;
+            spareStart = file.Tell();
             if (!spare) spare = static_cast<QPSDLayer*>(qcalloc(sizeof(QPSDLayer)));
             if (!spare) {
                 QWARNING("QPSD::Load(); no memory for layer %d", i);
@@ -222,6 +234,22 @@ bool QPSD::LoadParts(QFile& file)
 
     QINFO("Bytecount array: %d high\n", layers > 0 ? layer[0]->bottom - layer[0]->top : 0);
     QINFO("  Image data file loc: 0x%x\n", unsigned(file.Tell()));
+
+    // Render walks every row of every plane, whether the file filled it or not. So the bytes left
+    // must be able to hold the planes of each layer read, at the best packing the format has; the
+    // first layer they cannot is not read, and neither are those above it. A lost layer is partly
+    // lost anyway: its data is not in the file.
+    const long long left = BytesLeft(file, fileSize);
+    long long promised = 0;
+    for (int i = 0; i < layers; i++) {
+        promised += LeastBytes(*layer[i]);
+        if (promised <= left) continue;
+        const QPSDLayer* l = layer[i];
+        QWARNING("PSD layer %d of %dx%d in %d channels is more than the file holds; only the first %d layers "
+                 "are read", i, l->right - l->left, l->bottom - l->top, l->channels, i);
+        FreeLayers(i);
+        return true;
+    }
 
     for (int i = 0; i < layers; i++)
         for (int c = 0; c < layer[i]->channels; c++)

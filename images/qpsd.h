@@ -8,7 +8,9 @@
 // The file's lengths and counts are taken as claims. Sides are capped and weighed against the file
 // before any pixel exists, a channel plane gets only the rows the rest of the file could fill (the
 // rows beyond read as zero), and no read or write leaves the file's block, a plane or the bitmap.
-// A QPSD is short-lived: made, rendered and deleted by QImage::ReadPSD.
+// Layers whose planes the rest of the file could not hold even at the best packing are left out,
+// so that composing them costs no more than the file's size allows.
+// A QPSD is short-lived: made, rendered and deleted by QImage's PSD reader.
 #pragma once
 
 #include <cstdint>
@@ -75,7 +77,7 @@ private:
     bool LoadParts(QFile& file);
     bool ReadLayerRecord(QFile& file, int index, QPSDLayer* l);
     bool ReadPlane(QFile& file, int index, int c, QPSDLayer* l);
-    void FreeLayers();
+    void FreeLayers(int from = 0); // those from 'from' on
 
     char sig[4];
     uint16_t version;

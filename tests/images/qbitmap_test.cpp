@@ -184,33 +184,23 @@ TEST(BlitCopyTest, RangeChecksComeInOrderAndDrawNothingAndTheExactFitCopies)
     QBlit(&src, 0, 0, &dst, 0, 0, 0, 2, 1, 1); // nothing to do, not even a check
 }
 
-TEST(BlitCopyTest, BlendIsTheExactIntegerFormula)
+TEST(BlitCopyTest, BlendDividesBy255AndTruncates)
 {
-    // Every source value against every alpha, on three target values: the division is by 255 and
-    // truncates, so alpha 255 gives the source and alpha 0 the target exactly.
-    QBitMap src(32, 256, 256, 0), dst(32, 256, 256, 0);
-    for (int d : {0, 77, 255}) {
-        for (int a = 0; a < 256; a++)
-            for (int s = 0; s < 256; s++) {
-                uint8_t *p = src.GetAddress(s, a), *q = dst.GetAddress(s, a);
-                p[0] = uint8_t(s), p[1] = uint8_t(255 - s), p[2] = uint8_t(s / 2), p[3] = uint8_t(a);
-                q[0] = q[1] = q[2] = uint8_t(d), q[3] = 100;
-            }
-        BlitCopy(&src, 0, 0, &dst, 0, 0, 256, 256, 1, 0);
-        for (int a = 0; a < 256; a++)
-            for (int s = 0; s < 256; s++) {
-                const uint8_t* q = dst.GetAddress(s, a);
-                ASSERT_EQ(q[0], (s * a + d * (255 - a)) / 255) << s << " " << a << " " << d;
-                ASSERT_EQ(q[1], ((255 - s) * a + d * (255 - a)) / 255);
-                ASSERT_EQ(q[2], (s / 2 * a + d * (255 - a)) / 255);
-                ASSERT_EQ(q[3], 100); // copyAlpha off: the target keeps its alpha
-            }
+    // Source and target grey, source alpha, target alpha, then the grey and alpha blended; by 255,
+    // not 256: alpha 255 gives the source exactly, 0 the target.
+    const int cases[][6] = {{255, 0, 255, 9, 255, 255}, {0, 255, 0, 9, 255, 9},   {100, 50, 128, 200, 75, 163},
+                            {1, 0, 1, 0, 0, 0}, {200, 201, 254, 255, 200, 254}, {10, 200, 51, 200, 162, 170}};
+    auto px = [](int v, int a) { return std::vector<uint8_t>({uint8_t(v), uint8_t(v), uint8_t(v), uint8_t(a)}); };
+    for (const auto& c : cases) {
+        QBitMap src(32, 1, 1, 0), dst(32, 1, 1, 0), keep(32, 1, 1, 0);
+        src.SetColorAt(0, 0, QColor(c[0], c[0], c[0], c[2]));
+        dst.SetColorAt(0, 0, QColor(c[1], c[1], c[1], c[3]));
+        keep.SetColorAt(0, 0, QColor(c[1], c[1], c[1], c[3]));
+        BlitCopy(&src, 0, 0, &dst, 0, 0, 1, 1, 5, 1);
+        BlitCopy(&src, 0, 0, &keep, 0, 0, 1, 1, 1, 0); // without copyAlpha the target keeps its alpha
+        EXPECT_EQ(Bytes(dst), px(c[4], c[5])) << c[0] << " over " << c[1];
+        EXPECT_EQ(Bytes(keep), px(c[4], c[3])) << c[0] << " over " << c[1];
     }
-    QBitMap one(32, 1, 1, 0), under(32, 1, 1, 0);
-    one.SetColorAt(0, 0, QColor(0, 0, 0, 51));
-    under.SetColorAt(0, 0, QColor(0, 0, 0, 200));
-    BlitCopy(&one, 0, 0, &under, 0, 0, 1, 1, 5, 1);
-    EXPECT_EQ(under.GetMemory()[3], (200 * 204 + 51 * 51) / 255);
 }
 
 TEST(QBlitQueueTest, OverflowRunsTheListAndKeepsTheNewRecord)

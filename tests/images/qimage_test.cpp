@@ -171,7 +171,8 @@ std::string Mip(const std::vector<std::vector<int>>& nibbles, int firstType, int
 }
 
 // A JPEG written by the library: left half (40, 100, 160, 220); right half 200 - 50k, 20 more on top.
-std::string Jpeg(int w, int h, int components, J_COLOR_SPACE space, int quality = 95)
+std::string Jpeg(int w, int h, int components, J_COLOR_SPACE space, int quality = 95,
+                 const jpeg_scan_info* script = nullptr, int scans = 0)
 {
     jpeg_compress_struct c;
     jpeg_error_mgr err;
@@ -182,7 +183,9 @@ std::string Jpeg(int w, int h, int components, J_COLOR_SPACE space, int quality 
     jpeg_mem_dest(&c, &out, &size);
     c.image_width = JDIMENSION(w), c.image_height = JDIMENSION(h);
     c.input_components = components, c.in_color_space = space;
-    jpeg_set_defaults(&c), jpeg_set_quality(&c, quality, TRUE), jpeg_start_compress(&c, TRUE);
+    jpeg_set_defaults(&c), jpeg_set_quality(&c, quality, TRUE);
+    c.scan_info = script, c.num_scans = scans;
+    jpeg_start_compress(&c, TRUE);
     std::vector<uint8_t> line(size_t(w) * components);
     for (int y = 0; y < h; y++) {
         for (int x = 0; x < w; x++)
@@ -195,6 +198,18 @@ std::string Jpeg(int w, int h, int components, J_COLOR_SPACE space, int quality 
     std::string s(reinterpret_cast<char*>(out), size);
     free(out);
     return s;
+}
+
+// A grey progressive JPEG of flat blocks, its AC scan 'scans' times over, a few bytes each, and no
+// DC scan: the decoder warns, and walks every block again for each scan.
+std::string ManyScans(int side, int scans)
+{
+    static const jpeg_scan_info script[2] = {{1, {0}, 0, 0, 0, 0}, {1, {0}, 1, 63, 0, 0}};
+    const std::string s = Jpeg(side, side, 1, JCS_GRAYSCALE, 95, script, 2);
+    const size_t acTable = s.find("\xFF\xC4", s.find("\xFF\xDA")), acScan = s.find("\xFF\xDA", acTable);
+    std::string out = s.substr(0, s.find("\xFF\xC4")) + s.substr(acTable, acScan - acTable);
+    for (int i = 0; i < scans; i++) out += s.substr(acScan, s.size() - 2 - acScan);
+    return out + "\xFF\xD9";
 }
 
 // Writes 'bytes' under 'name' in a fresh directory (unless 'bytes' is null), loads it, and gives
@@ -219,8 +234,12 @@ Load LoadBytes(const std::string& name, const std::string* bytes, bool fast = fa
     {
         qappHooks = fast ? &appHooks : nullptr;
         QImage im(name.c_str());
-        qappHooks = nullptr;
         r.ok = im.IsOK(), r.w = im.GetWidth(), r.h = im.GetHeight(), r.pixels = TopDown(im);
+        if (bytes) { // the same bytes from memory take the same road to the same picture
+            QImage copy(name.c_str(), reinterpret_cast<const uint8_t*>(bytes->data()), long(bytes->size()));
+            EXPECT_TRUE(copy.IsOK() == r.ok && TopDown(copy) == r.pixels) << name;
+        }
+        qappHooks = nullptr;
     }
     r.out = testing::internal::GetCapturedStdout();
     r.err = testing::internal::GetCapturedStderr();
@@ -272,6 +291,7 @@ TEST(QImageTest, RefusalsOfEveryReader)
     std::string rgbTable = Rgb(p, 3, true, true), bmp = Bmp(p, 24, false), bmpHuge = bmp, mip = Mip(nib, 0, 2, 2);
     rgbTable[512 + 4 * 4 + 1] = '\x7F'; // the start of plane 2's first row, far outside the file
     bmpHuge[18] = bmpHuge[19] = bmpHuge[22] = bmpHuge[23] = '\x7F', bmpHuge[30] = 2;
+    std::string bmpWide = bmp.substr(0, 18) + std::string("\xF0\xFF\xFF\x7F\0\0\0\x60", 8) + bmp.substr(26);
     std::string jpeg = Jpeg(16, 16, 3, JCS_RGB), jpegWide = jpeg, jpegLying = jpeg;
     size_t sof = jpeg.find("\xFF\xC0");
     ASSERT_NE(sof, std::string::npos);
@@ -300,12 +320,16 @@ TEST(QImageTest, RefusalsOfEveryReader)
         {false, "s.bmp", bmp.substr(0, bmp.size() - 4), "QImage:ReadBMP(s.bmp); 3x2 is more than the file holds", false},
         {false, "s.bmp", "BM", "QImage:ReadBMP(s.bmp); 0x0 is more than the file holds", false},
         {false, "h.bmp", bmpHuge, "QImage:ReadBMP(h.bmp); 32639x32639 is more than the file holds", false},
+        {false, "h.bmp", bmpWide, "QImage:ReadBMP(h.bmp); 2147483632x1610612736 is more than the file holds", false},
         {false, "t.jpg", jpeg.substr(0, jpeg.size() / 2), "QImage:ReadJPG(t.jpg); Premature end of JPEG file", false},
         {false, "t.jpg", jpeg.substr(0, jpeg.size() - 20), "QImage:ReadJPG(t.jpg); Premature end of JPEG file", false},
-        {false, "n.jpg", "\xFF\xD8\xFF\xE0garbage that is no marker segment at all", "QImage:ReadJPG(n.jpg); JPEG datastream contains no image", false},
+        {false, "n.jpg", "\xFF\xD8\xFF\xD9", "QImage:ReadJPG(n.jpg); JPEG datastream contains no image", false},
         {false, "e.jpg", "", "QImage:ReadJPG(e.jpg); Empty input file", false},
         {false, "w.jpg", jpegWide, "QImage:ReadJPG(); (w.jpg) is 16385x16 large; supported only upto 16384x16384", false},
         {false, "w.jpg", jpegLying, "QImage:ReadJPG(w.jpg); 16384x16384 is more than the file holds", false},
+        // 20 KB of scans: no room for the coefficients of 4096x4096 (a bit a block at least).
+        {false, "m.jpg", ManyScans(4096, 600), "QImage:ReadJPG(m.jpg); 4096x4096 is more than the file holds", false},
+        {false, "m.jpg", ManyScans(64, 101), "QImage:ReadJPG(m.jpg); more than 100 scans", false},
         {false, "x.mip", "PIX " + mip.substr(4), "MIP image doesn't have correct header", false},
         {false, "x.mip", Mip(nib, 0, 2, 2, 65), "MIP with CMAP size!=64; unexpected", false},
         {false, "x.mip", Mip(nib, 0, 3, 2), "MIP type 3 not yet supported", false},
@@ -428,6 +452,16 @@ TEST(QImageJpgTest, ComponentsGiveOpaquePixels)
     EXPECT_TRUE(cmyk.ok && cmyk.w == 12300 && cmyk.pixels.back() == 255) << cmyk.log;
 }
 
+// 2000 scans of 4096x4096 in 66 KB: seconds of decoding, which must end early with a report.
+TEST(QImageJpgTest, ScansBeyondWhatTheFileHoldsEndTheLoadEarly)
+{
+    TempDir dir;
+    WriteFile(dir.File("p.jpg"), ManyScans(4096, 2000));
+    RunResult r = RunCommand("ulimit -t 2 && " + ShellQuote(QIMGCONV_PATH) + " p.jpg p.tga", dir.Path());
+    EXPECT_EQ(r.exitCode, 1) << r.err;
+    EXPECT_NE(r.err.find(" scans of 4096x4096 are more than the file holds"), std::string::npos) << r.err;
+}
+
 TEST(QImageMipTest, NibblesPickPaletteEntriesTopRowFirst)
 {
     std::vector<std::vector<int>> nib = {{1, 2, 3}, {15, 0, 7}};
@@ -452,17 +486,14 @@ TEST(QImageTest, EachFailedAllocationIsAReportedFailureWithNothingLeaked)
         {"a.tga", Tga(p, 32, true, true)}, {"a.rgb", Rgb(p, 4, true, true)}, {"a.bmp", Bmp(p, 24, true)},
         {"a.jpg", Jpeg(8, 8, 3, JCS_RGB)}, {"a.mip", Mip({{1, 2, 3}}, 0, 2, 2)},
     };
-    TempDir dir(true);
     for (const auto& f : files) {
-        WriteFile(dir.File(f.first), f.second);
         // Every allocation of the load in turn, and one past them all. A failed allocation still
         // counts in the tally, so a run may end one above where it began, never more.
         for (int nth = 1; nth <= 12; nth++) {
             int blocks = qGetAllocCount();
-            qmsgReset();
             testing::internal::CaptureStderr();
             qSetAllocFailure(nth);
-            bool ok = QImage(f.first).IsOK();
+            bool ok = QImage(f.first, reinterpret_cast<const uint8_t*>(f.second.data()), long(f.second.size())).IsOK();
             qSetAllocFailure(0);
             std::string err = testing::internal::GetCapturedStderr();
             EXPECT_TRUE(qGetAllocCount() - blocks == 0 || qGetAllocCount() - blocks == 1) << f.first << " " << nth;

@@ -2,10 +2,11 @@
 //
 // The RGB and Targa files are the exact counterparts of the readers: what is written here comes
 // back through QImage byte for byte. Headers are put together field by field in the byte order of
-// their format (little-endian both, the RGB file too, against that format's habit), rows go out
-// through a row buffer, and a file that cannot be written completely is reported and gives false.
-// Such a file is left as it is: the name may be a device, which is not ours to remove. The bitmap
-// is never changed by writing.
+// their format (little-endian both, the RGB file too, against that format's habit), and rows go
+// out through a row buffer. A file is written whole or not at all: the bytes go to a temporary file
+// beside it, which takes the name only once complete (QOutput), so a write that fails is reported,
+// gives false and leaves the old file as it was. A device is written directly. The bitmap is never
+// changed by writing.
 #include "images/qbitmap.h"
 
 #include "images/qbytes.h"
@@ -13,6 +14,7 @@
 
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
+#include "foundation/qoutput.h"
 
 #include <csetjmp>
 #include <cstdio>
@@ -41,29 +43,31 @@ bool PixelsToWrite(const uint8_t* mem, int depth, const char* fileName)
     return false;
 }
 
-// Closes the file; false, with a report, if some write failed on the way or the close did.
-bool Finish(FILE* f, bool written, const char* fileName, const char* who)
+// Puts the file in place; false, with a report, if some write failed on the way or the close or
+// the rename did, and then the old file stands.
+bool Finish(QOutput& out, bool written, const char* fileName, const char* who)
 {
-    written = std::ferror(f) == 0 && written;
-    if (qfclose(f) != 0) written = false;
-    if (!written) QWARNING("QBitMap:%s(%s); write failed", who, fileName);
+    written = written && std::ferror(out.Stream()) == 0 && out.Commit();
+    if (!written) {
+        out.Abandon();
+        QWARNING("QBitMap:%s(%s); write failed", who, fileName);
+    }
     return written;
 }
 
 // The part that the library may leave by a jump: it holds nothing that needs a destructor, and what
-// it opens is in 'out', which the caller closes whatever way this ends.
-bool Compress(jpeg_compress_struct* cinfo, QJpegError* err, FILE** out, const uint8_t* rgb, int wid, int hgt,
-              int quality)
+// it opens is in 'out', which the caller commits or abandons whatever way this ends.
+bool Compress(jpeg_compress_struct* cinfo, QJpegError* err, QOutput* out, const uint8_t* rgb, int wid,
+              int hgt, int quality)
 {
     if (setjmp(err->jump)) return false;
 
     jpeg_CreateCompress(cinfo, 62, sizeof *cinfo);
-    *out = qfopen(err->fileName, "wb");
-    if (!*out) {
+    if (!out->Open(err->fileName, PLATFORM_OUTPUT_BINARY)) {
         QWARNING("QBitMap::WriteJPG(%s); can't open file", err->fileName);
         return false;
     }
-    jpeg_stdio_dest(cinfo, *out);
+    jpeg_stdio_dest(cinfo, out->Stream());
     cinfo->image_width = JDIMENSION(wid);
     cinfo->image_height = JDIMENSION(hgt);
     cinfo->input_components = 3;
@@ -105,8 +109,9 @@ bool QBitMap::WriteRGB(const char* fileName)
         return false;
     }
     if (!PixelsToWrite(mem, depth, fileName)) return false;
-    FILE* f = fileName ? qfopen(fileName, "wb") : nullptr;
-    if (!f) return false;
+    QOutput out;
+    if (!fileName || !out.Open(fileName, PLATFORM_OUTPUT_BINARY)) return false;
+    FILE* f = out.Stream();
 
     // The header is little-endian, so that the reader takes the numbers as they stand.
     uint8_t head[RGB_DATA_START] = {};
@@ -132,7 +137,7 @@ bool QBitMap::WriteRGB(const char* fileName)
             written = std::fwrite(row, 1, size_t(wid), f) == size_t(wid);
         }
     }
-    return Finish(f, written, fileName, "WriteRGB");
+    return Finish(out, written, fileName, "WriteRGB");
 }
 
 bool QBitMap::WriteTGA(const char* fileName, int format)
@@ -151,8 +156,9 @@ bool QBitMap::WriteTGA(const char* fileName, int format)
         return false;
     }
     if (!PixelsToWrite(mem, depth, fileName)) return false;
-    FILE* f = fileName ? qfopen(fileName, "wb") : nullptr;
-    if (!f) return false;
+    QOutput out;
+    if (!fileName || !out.Open(fileName, PLATFORM_OUTPUT_BINARY)) return false;
+    FILE* f = out.Stream();
 
     const bool grey = format == QBM_FORMAT_TGA_GREY;
     uint8_t head[TGA_HEADER_SIZE] = {};
@@ -177,7 +183,7 @@ bool QBitMap::WriteTGA(const char* fileName, int format)
         }
         written = std::fwrite(row, 1, rowBytes, f) == rowBytes;
     }
-    return Finish(f, written, fileName, "WriteTGA");
+    return Finish(out, written, fileName, "WriteTGA");
 }
 
 void QBitMap::GetFlippedRGB(const uint8_t* mem, uint8_t* out, int wid, int hgt)
@@ -210,16 +216,12 @@ bool QBitMap::WriteJPG(const char* fileName, int quality)
     std::memset(&cinfo, 0, sizeof cinfo);
     cinfo.err = QJpegErrorManager(&err, "QBitMap::WriteJPG", name);
 
-    FILE* f = nullptr;
-    bool ok = Compress(&cinfo, &err, &f, rgb, wid, hgt, quality);
+    QOutput out;
+    bool ok = Compress(&cinfo, &err, &out, rgb, wid, hgt, quality);
     jpeg_destroy_compress(&cinfo);
     qfree(rgb);
-    if (!f) return false;
-    if (!ok) {
-        qfclose(f); // the library has reported what went wrong
-        return false;
-    }
-    return Finish(f, true, fileName, "WriteJPG");
+    if (!ok) return false; // the library has reported what went wrong; the old file stands
+    return Finish(out, true, fileName, "WriteJPG");
 }
 
 } // namespace tarvik

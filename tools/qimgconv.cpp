@@ -6,10 +6,13 @@
 // The reader is picked by the input name as QImage picks it (.rgb .tga .bmp .jpg .jpe .psd .mip),
 // the writer by the output name in the same way: .rgb, .tga (32 bits, or 8-bit grey with "grey"),
 // .jpg or .jpe (quality 1 to 100, 80 by default, as the screen shots take it). Failures are the
-// log's own reports on standard error, and the exit status is 1; nothing goes to QLOG.txt.
+// log's own reports on standard error, and the exit status is 1; nothing goes to QLOG.txt. The
+// output is written whole or not at all: a failed write leaves the file that was there. An output
+// that is the input itself is refused before anything is read or written.
 #include "images/qimage.h"
 
 #include "foundation/qmessage.h"
+#include "platform/platform.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -59,6 +62,10 @@ int main(int argc, char** argv)
     if (!PickFormat(out, argc == 4 ? argv[3] : nullptr, &format, &quality)) return Usage();
 
     qmsgSetLogFile(false); // a tool for the command line leaves no log file behind
+    if (PlatformSameFile(in, out)) {
+        QWARNING("qimgconv: '%s' is the input '%s'; it is not written over", out, in);
+        return 1;
+    }
     QImage image(in);
     if (!image.IsOK()) return 1; // the reader and the constructor have said why
     if (!image.GetMemory()) {

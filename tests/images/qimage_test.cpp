@@ -452,7 +452,7 @@ TEST(QImageJpgTest, ComponentsGiveOpaquePixels)
     EXPECT_TRUE(cmyk.ok && cmyk.w == 12300 && cmyk.pixels.back() == 255) << cmyk.log;
 }
 
-// 2000 scans of 4096x4096 in 66 KB: seconds of decoding, which must end early with a report.
+// 2000 scans of 4096x4096 in 66 KB, seconds of decoding: reported well within 2 s of processor time.
 TEST(QImageJpgTest, ScansBeyondWhatTheFileHoldsEndTheLoadEarly)
 {
     TempDir dir;

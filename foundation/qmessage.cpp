@@ -4,6 +4,7 @@
 #include "foundation/qhelpers.h"
 #include "platform/platform.h"
 
+#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -31,10 +32,32 @@ static bool mirroring; // the mirror runs: what it reports on the way is not pas
 void QSetNetworkShutdown(void (*shutdown)()) { networkShutdown = shutdown; }
 void QSetLogMirror(void (*mirror)(const char* message)) { logMirror = mirror; }
 
-void qmsgSetLogFile(bool enabled) { logFileEnabled = enabled; }
+// The log file stays open between reports, each line flushed, so that a report costs a write
+// rather than an open and a close. It is opened anew when the process has changed its directory,
+// or when QLOG.txt there is no longer the file it writes (removed, replaced, truncated, or written
+// by someone else): its size then differs from the bytes this stream has seen. The stream is a
+// plain fopen: it is the log's own and lives beyond any count of open files.
+static FILE* logFile;
+static long logBytes;        // the file's size as this stream knows it
+static char logDirectory[1024]; // the current directory when it was opened
+static bool writeFailed;     // a lost line was reported; the next line that stands clears it
+
+static void CloseLog()
+{
+    if (logFile) std::fclose(logFile);
+    logFile = nullptr;
+}
+
+void qmsgSetLogFile(bool enabled)
+{
+    logFileEnabled = enabled;
+    if (!enabled) CloseLog();
+}
 
 void qmsgReset()
 {
+    CloseLog();
+    writeFailed = false;
     started = false;
     lastMessage[0] = 0;
     lastLocation[0] = 0;
@@ -48,13 +71,24 @@ void qmsgFunctionName(const char* signature, char* out, int size)
     out[0] = 0;
     if (!signature) return;
 
+    // One compiler spells an unnamed namespace "{anonymous}", the other "(anonymous namespace)",
+    // with a bracket and a blank that would otherwise end the name.
+    static const char unnamed[] = "(anonymous namespace)";
+    const size_t unnamedLen = sizeof unnamed - 1;
     // The name ends at the first '(' outside template brackets; it starts after the last blank
-    // before that at the same depth (what stands before is the return type).
+    // before that at the same depth (what stands before is the return type). So a lambda gives the
+    // function that holds it, whether it is spelled "F()::<lambda(int)>" or "F()::(anonymous
+    // class)::operator()(int)".
     const char* start = signature;
     const char* end = signature + std::strlen(signature);
     int depth = 0;
     for (const char* p = signature; *p; p++) {
-        if (std::strncmp(p, "operator", 8) == 0) {
+        if (std::strncmp(p, unnamed, unnamedLen) == 0) {
+            p += unnamedLen - 1;
+            continue;
+        }
+        bool wordStart = p == signature || !(std::isalnum(static_cast<unsigned char>(p[-1])) || p[-1] == '_');
+        if (wordStart && std::strncmp(p, "operator", 8) == 0) {
             // Operator names hold brackets of their own: "operator<", "operator()".
             p += 8;
             if (p[0] == '(' && p[1] == ')') p += 2;
@@ -81,11 +115,22 @@ void qmsgFunctionName(const char* signature, char* out, int size)
     }
     // Pointer or reference return types leave their mark at the front.
     while (start < end && (*start == '*' || *start == '&')) start++;
-    static const char ns[] = "tarvik::";
-    if (end - start > int(sizeof ns - 1) && std::strncmp(start, ns, sizeof ns - 1) == 0) start += sizeof ns - 1;
-    int n = int(end - start);
-    if (n > size - 1) n = size - 1;
-    std::memcpy(out, start, size_t(n));
+    // The tree's namespace and an unnamed one go, in front of what remains.
+    static const char* const namespaces[] = {"tarvik::", "{anonymous}::", "(anonymous namespace)::"};
+    for (bool cut = true; cut;) {
+        cut = false;
+        for (const char* ns : namespaces) {
+            size_t len = std::strlen(ns);
+            if (size_t(end - start) > len && std::strncmp(start, ns, len) == 0) {
+                start += len;
+                cut = true;
+            }
+        }
+    }
+    // Without the blank that one compiler sets before a '*' or '&' ("operator const char *").
+    int n = 0;
+    for (const char* p = start; p < end && n < size - 1; p++)
+        if (!(*p == ' ' && (p[1] == '*' || p[1] == '&'))) out[n++] = *p;
     out[n] = 0;
 }
 
@@ -141,33 +186,81 @@ static void ShowBox(int flags, const char* message)
     PlatformMessageBox(title, message, owner);
 }
 
+static bool OpenLog()
+{
+    CloseLog();
+    logFile = std::fopen(logName, "a");
+    if (!logFile) return false;
+    std::fseek(logFile, 0, SEEK_END);
+    logBytes = std::ftell(logFile);
+    if (logBytes < 0) logBytes = 0;
+    PlatformCurrentDirectory(logDirectory, sizeof logDirectory);
+    return true;
+}
+
+static bool LogIsCurrent()
+{
+    char cwd[sizeof logDirectory];
+    PlatformCurrentDirectory(cwd, sizeof cwd);
+    PlatformFileStatus st;
+    return std::strcmp(cwd, logDirectory) == 0 && PlatformStat(logName, &st) && !st.isDirectory &&
+           st.size == logBytes;
+}
+
+static void SayLog(const char* what)
+{
+    char text[256];
+    std::snprintf(text, sizeof text, "[%s/%d] %s", AppName(), PlatformProcessId(), what);
+    std::fprintf(stderr, "** %s\n", text);
+}
+
+// The time stamp of a line, formatted once per second.
+static const char* LogTime()
+{
+    static std::time_t shown = -1;
+    static char when[64];
+    std::time_t now = std::time(nullptr);
+    if (now != shown) {
+        shown = now;
+        const std::tm* local = std::localtime(&now);
+        if (!local || !std::strftime(when, sizeof when, "%a %b %d %H:%M:%S", local)) when[0] = 0;
+    }
+    return when;
+}
+
 static void WriteLogLine(const char* severity, const char* message, const char* location)
 {
     if (!logFileEnabled) return;
-    FILE* f = qfopen(logName, "a");
-    if (!f) {
-        char text[256];
-        std::snprintf(text, sizeof text, "[%s/%d] Can't open log file (QLOG)", AppName(), PlatformProcessId());
-        std::fprintf(stderr, "** %s\n", text);
+    if (!(logFile && LogIsCurrent()) && !OpenLog()) {
+        SayLog("Can't open log file (QLOG)");
         return;
     }
-    for (;;) {
-        std::fseek(f, 0, SEEK_END);
-        if (std::ftell(f) <= maxLogBytes) break;
-        qfclose(f);
+    // One rotation per report: where it can't be done (a folder that can't be written) the line
+    // goes to the big file all the same, and the next report tries again.
+    if (logBytes > maxLogBytes) {
+        CloseLog();
         RotateLog();
-        f = qfopen(logName, "a");
-        if (!f) return;
+        if (!OpenLog()) {
+            SayLog("Can't open log file (QLOG)");
+            return;
+        }
     }
-    char when[64];
-    std::time_t now = std::time(nullptr);
-    const std::tm* local = std::localtime(&now);
-    if (!local || !std::strftime(when, sizeof when, "%a %b %d %H:%M:%S", local)) when[0] = 0;
+    int n;
     if (location)
-        std::fprintf(f, "%s (%-5s): [%s] %s [%s]\n", when, severity, AppName(), message, location);
+        n = std::fprintf(logFile, "%s (%-5s): [%s] %s [%s]\n", LogTime(), severity, AppName(), message,
+                         location);
     else
-        std::fprintf(f, "%s (%-5s): [%s] %s\n", when, severity, AppName(), message);
-    qfclose(f);
+        n = std::fprintf(logFile, "%s (%-5s): [%s] %s\n", LogTime(), severity, AppName(), message);
+    // Flushed at once: the line is on disk when the report returns, whatever happens next.
+    if (n < 0 || std::fflush(logFile) != 0 || std::ferror(logFile)) {
+        // A full disk or a size limit: said once until a line stands again, not once per line.
+        if (!writeFailed) SayLog("Can't write log file (QLOG)");
+        writeFailed = true;
+        CloseLog(); // what stands in the file is unknown now: the next report opens it afresh
+        return;
+    }
+    writeFailed = false;
+    logBytes += n;
 }
 
 static void WriteV(int flags, const char* location, const char* format, va_list args)
@@ -197,7 +290,7 @@ static void WriteV(int flags, const char* location, const char* format, va_list 
         repeatCount = 0;
         qmsgwrite(lastFlags, repeatLocation[0] ? repeatLocation : nullptr, "[%dx repeat] %s", count, repeatMessage);
     }
-    std::memcpy(lastMessage, message, sizeof lastMessage);
+    std::memcpy(lastMessage, message, std::strlen(message) + 1);
     lastFlags = flags;
     std::snprintf(lastLocation, sizeof lastLocation, "%s", location ? location : "");
 

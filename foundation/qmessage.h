@@ -1,10 +1,12 @@
 // The message log: every report of the tree goes through here.
 //
 // Info reports reach standard error only, as their text stands. Errors and warnings reach standard
-// error (a line feed ensured) and QLOG.txt in the current directory. The log file is opened and
-// closed for every line, so a line is on disk when the report returns, whatever follows. Runs of the
-// same message fold into one "[%dx repeat] %s" line; the file rotates to QLOG_OLD.txt past 10000000
-// bytes. Fatal reports end the process. All state is static and assumes one reporting thread.
+// error (a line feed ensured) and QLOG.txt in the current directory. The log file stays open between
+// reports and every line is flushed, so a line is on disk when the report returns, whatever follows;
+// a change of directory or of the file behind the name opens it anew. Runs of the same message fold
+// into one "[%dx repeat] %s" line; the file rotates to QLOG_OLD.txt past 10000000 bytes, one attempt
+// per report. A line that can't be written is said on standard error once per run of failures.
+// Fatal reports end the process. All state is static and assumes one reporting thread.
 #pragma once
 
 namespace tarvik {
@@ -52,11 +54,13 @@ void QSetLogMirror(void (*mirror)(const char* message));
 // fuzzing, which must not leave a QLOG.txt behind; the command keeps it on.
 void qmsgSetLogFile(bool enabled);
 
-// Forgets the repeat state and the start line, as in a fresh process. For tests.
+// Forgets the repeat state and the start line and closes the log file, as in a fresh process.
+// For tests.
 void qmsgReset();
 
-// Turns a compiler's function signature into "Class::Method", without return type, arguments or
-// the tree's namespace. Writes at most 'size' bytes, terminated.
+// Turns a compiler's function signature into "Class::Method", without return type, arguments, the
+// tree's namespace or an unnamed one, the same for every compiler's spelling; a lambda gives the
+// function it stands in. Writes at most 'size' bytes, terminated.
 void qmsgFunctionName(const char* signature, char* out, int size);
 
 } // namespace tarvik

@@ -2,6 +2,7 @@
 // from a fresh log state, so no earlier message folds into a repeat and the start line comes again.
 #include "foundation/qapphooks.h"
 #include "foundation/qmessage.h"
+#include "tests/foundation/cpulimit.h"
 #include "tests/support/testsupport.h"
 
 #include <gtest/gtest.h>
@@ -88,6 +89,14 @@ TEST_F(QMessageTest, FunctionNameIsClassAndMethod)
         {"T tarvik::QList<T>::Get(int) const [with T = int]", "QList<T>::Get"},
         {"void tarvik::QMap<K, V>::Set(const K&, const V&) [with K = int; V = double]", "QMap<K, V>::Set"},
         {"std::map<int, std::basic_string<char> > tarvik::QTable::Rows(int)", "QTable::Rows"},
+        // The other compiler's spellings give the same names.
+        {"void tarvik::{anonymous}::Parse(int)", "Parse"},
+        {"void tarvik::(anonymous namespace)::Parse(int)", "Parse"},
+        {"tarvik::(anonymous namespace)::Parser::~Parser()", "Parser::~Parser"},
+        {"tarvik::QInfo::Read()::<lambda(int)>", "QInfo::Read"},
+        {"auto tarvik::QInfo::Read()::(anonymous class)::operator()(int) const", "QInfo::Read"},
+        {"const char *tarvik::QString::operator const char *() const", "QString::operator const char*"},
+        {"void tarvik::Sort(T *, int) [T = int]", "Sort"},
     };
     for (const auto& c : cases) EXPECT_EQ(Name(c.signature), c.name) << (c.signature ? c.signature : "null");
     EXPECT_EQ(Name("void tarvik::QFile::Close()", 6), "QFile");
@@ -112,16 +121,20 @@ TEST_F(QMessageTest, StartLineStandsOnceAndRepeatsFoldWithTheFirstLocation)
     EXPECT_EQ(Log(), lines + At("ERR  ", "[2x repeat] same", 10) + At("WARN ", "other", 40));
 }
 
+namespace {
+int WarnFromUnnamedNamespace() { QWARNING("warned"); return __LINE__; }
+} // namespace
+
 TEST_F(QMessageTest, ReporterMacrosPassFileFunctionAndLine)
 {
     testing::internal::CaptureStderr();
     int line = __LINE__ + 1;
-    QERROR("by macro"); QWARNING("warned"); QDEBUG("noted"); QINFO("half %d%%", 50);
+    QERROR("by macro"); int warned = WarnFromUnnamedNamespace(); QDEBUG("noted"); QINFO("half %d%%", 50);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "by macro\nwarned\nnoted\nhalf 50%");
     std::string where = " [qmessage_test.cpp:" + std::to_string(line) +
                         " / QMessageTest_ReporterMacrosPassFileFunctionAndLine_Test::TestBody]\n";
-    EXPECT_EQ(Log(), kStart + "(ERR  ): [-] by macro" + where + "(WARN ): [-] warned" + where +
-                         "(INFO ): [-] noted" + where);
+    EXPECT_EQ(Log(), kStart + "(ERR  ): [-] by macro" + where + "(WARN ): [-] warned [qmessage_test.cpp:" +
+                         std::to_string(warned) + " / WarnFromUnnamedNamespace]\n(INFO ): [-] noted" + where);
 }
 
 TEST_F(QMessageTest, DebugNotesEchoOnceInfoReportsStayOutOfTheLogAndLineFeedsFold)
@@ -199,6 +212,56 @@ TEST_F(QMessageTest, MessageIsCutAtTheBufferSize)
     EXPECT_TRUE(log == expected) << "the log holds " << log.size() << " characters, not " << expected.size();
 }
 
+TEST_F(QMessageTest, LogFollowsTheCurrentDirectoryAndTheFileAtItsName)
+{
+    namespace fs = std::filesystem;
+    StderrOf([] {
+        qmsgerror(kFile, kFunction, 1, "here");
+        fs::create_directory("sub"); // a log there as long as this one tells nothing by its size
+        fs::copy_file("QLOG.txt", "sub/QLOG.txt");
+        fs::current_path("sub");
+        qmsgerror(kFile, kFunction, 2, "in sub");
+        fs::current_path("..");
+        qmsgerror(kFile, kFunction, 3, "back");
+    });
+    EXPECT_EQ(test::LogWithoutTimes(test::ReadFile("sub/QLOG.txt")),
+              kStart + At("ERR  ", "here", 1) + At("ERR  ", "in sub", 2));
+    EXPECT_EQ(Log(), kStart + At("ERR  ", "here", 1) + At("ERR  ", "back", 3));
+    fs::remove("QLOG.txt");
+    StderrOf([] { qmsgerror(kFile, kFunction, 4, "anew"); });
+    EXPECT_EQ(Log(), At("ERR  ", "anew", 4));
+    test::WriteFile("other", "replaced\n");
+    fs::rename("other", "QLOG.txt");
+    StderrOf([] { qmsgerror(kFile, kFunction, 5, "behind"); });
+    EXPECT_EQ(Log(), "replaced\n" + At("ERR  ", "behind", 5));
+}
+
+TEST_F(QMessageTest, LogThatCannotRotateTakesTheLineAndTheReportEnds)
+{
+    namespace fs = std::filesystem;
+    // Nobody may rename in the folder; the log itself may be written by all.
+    fs::create_directory("locked");
+    test::WriteFile("locked/QLOG.txt", "");
+    fs::resize_file("locked/QLOG.txt", 10000001);
+    fs::permissions("locked/QLOG.txt", fs::perms::all);
+    fs::permissions("locked", fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write,
+                    fs::perm_options::remove);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(test::RunWithCpuLimit(5, [] {
+        fs::current_path("locked");
+        if (geteuid() == 0 && setuid(65534) != 0) return false; // the owner of all may rename anywhere
+        qmsgerror(kFile, kFunction, 1, "kept");
+        qmsgerror(kFile, kFunction, 2, "again");
+        return true;
+    }), "done");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "kept\nagain\n");
+    fs::permissions("locked", fs::perms::owner_all);
+    std::string log = test::ReadFile("locked/QLOG.txt");
+    ASSERT_GT(log.size(), 10000001u);
+    EXPECT_EQ(test::LogWithoutTimes(log.substr(10000001)),
+              kStart + At("ERR  ", "kept", 1) + At("ERR  ", "again", 2));
+}
+
 namespace {
 int boxPrepared;
 const char* AppName() { return "Viewer"; }
@@ -206,14 +269,21 @@ void* BoxOwner() { return &boxPrepared; }
 void PrepareForBox() { boxPrepared++; }
 } // namespace
 
-TEST_F(QMessageTest, LogThatCannotBeOpenedIsTriedAgainAndRotatesOnlyWhenOverTheLimit)
+TEST_F(QMessageTest, LogThatCannotBeOpenedOrWrittenIsSaidAndTriedAgainAndRotatesOnlyWhenOverTheLimit)
 {
     std::filesystem::create_directory("QLOG.txt");
-    std::string cant = "** [-/" + std::to_string(getpid()) + "] Can't open log file (QLOG)\n";
+    std::string head = "** [-/" + std::to_string(getpid()) + "] Can't ";
+    std::string cant = head + "open log file (QLOG)\n", unwritten = head + "write log file (QLOG)\n";
     // Once for the start line, once for the report; the report stays on standard error.
     EXPECT_EQ(StderrOf([] { qmsgerror(kFile, kFunction, 1, "lost"); }), "lost\n" + cant + cant);
-    std::filesystem::remove("QLOG.txt"); // the next report tries again
-    EXPECT_EQ(StderrOf([] { qmsgerror(kFile, kFunction, 2, "back"); }), "back\n");
+    for (int run = 0; run < 2; run++) {
+        std::filesystem::remove("QLOG.txt");
+        std::filesystem::create_symlink("/dev/full", "QLOG.txt"); // a lost line is said once per run of them
+        EXPECT_EQ(StderrOf([] { for (const char* m : {"a", "b"}) qmsgerror(kFile, kFunction, 1, "%s", m); }),
+                  "a\n" + unwritten + "b\n");
+        std::filesystem::remove("QLOG.txt"); // the next report tries again
+        EXPECT_EQ(StderrOf([] { qmsgerror(kFile, kFunction, 2, "back"); }), "back\n");
+    }
     EXPECT_EQ(Log(), At("ERR  ", "back", 2));
     const std::string full(10000000, 'a');
     test::WriteFile("QLOG.txt", full);

@@ -3,6 +3,7 @@
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
 #include "foundation/qstring.h"
+#include "platform/platform.h"
 
 #include <climits>
 #include <cstring>
@@ -40,6 +41,10 @@ QFile::QFile(const char* name, int modeArg)
     }
     const char* how = StreamMode(mode);
     if (!how || !name) return;
+    // A folder opens for reading on this system, and every read of it fails without reaching the
+    // end: it is not open, as a missing file isn't.
+    PlatformFileStatus status;
+    if (PlatformStat(name, &status) && status.isDirectory) return;
     stream = qfopen(name, how);
     if (!stream || !preload) return;
     if (mode != READ) {
@@ -98,7 +103,8 @@ bool QFile::IsEOF() const
 {
     if (flags & QFF_UNGOT) return false;
     if (mem) return memPos > memSize;
-    if (stream) return std::feof(stream) != 0;
+    // A read that failed ends the data as well: it would fail again, and never reach the end.
+    if (stream) return std::feof(stream) != 0 || std::ferror(stream) != 0;
     return true;
 }
 

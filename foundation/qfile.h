@@ -2,8 +2,9 @@
 //
 // One character of push-back, line and word reading for text formats, counted strings for binary
 // ones. With MEMORY added to READ the whole file is loaded when it is opened and every later read is
-// memory access. A failed open is no report: the caller asks IsOpen(). With neither stream nor block
-// every read yields 0 or empty text and IsEOF() answers true.
+// memory access. A failed open is no report: the caller asks IsOpen(); a folder is not opened. With
+// neither stream nor block every read yields 0 or empty text and IsEOF() answers true, as it does
+// once a read of the stream has failed.
 //
 // Counted strings are read into one line buffer shared by all QFile objects; it is freed whenever
 // any QFile is destroyed. That, and the shared buffer, assume one thread.

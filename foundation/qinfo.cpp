@@ -4,6 +4,7 @@
 #include "foundation/qfile.h"
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
+#include "foundation/qoutput.h"
 #include "platform/platform.h"
 
 #include <cstdlib>
@@ -13,16 +14,65 @@
 
 namespace tarvik {
 
+// Chains of nodes by a 32-bit key, linked through one pointer of the node. The chains double in
+// number whenever the nodes reach it, so that a chain holds one or two nodes on average whatever
+// the file holds: a probe costs the same in a file of ten keys and in one of a million.
+class QInfoIndex {
+public:
+    QInfoIndex(QInfoNode* QInfoNode::*linkArg, uint32_t QInfoNode::*keyArg)
+        : link(linkArg), key(keyArg), heads(64, nullptr)
+    {
+    }
+    QInfoNode* First(uint32_t k) const { return heads[k & (heads.size() - 1)]; }
+    QInfoNode* Next(const QInfoNode* n) const { return n->*link; }
+    void Add(QInfoNode* node, uint32_t k)
+    {
+        if (count >= heads.size()) Grow();
+        node->*key = k;
+        Link(node);
+        count++;
+    }
+
+private:
+    void Link(QInfoNode* node)
+    {
+        QInfoNode*& head = heads[(node->*key) & (heads.size() - 1)];
+        node->*link = head;
+        head = node;
+    }
+    void Grow()
+    {
+        std::vector<QInfoNode*> old(heads.size() * 2, nullptr);
+        old.swap(heads);
+        for (QInfoNode* n : old)
+            while (n) {
+                QInfoNode* next = n->*link;
+                Link(n);
+                n = next;
+            }
+    }
+
+    QInfoNode* QInfoNode::*link;
+    uint32_t QInfoNode::*key;
+    std::vector<QInfoNode*> heads; // a power of two in size
+    size_t count = 0;
+};
+
 namespace {
 
 const int maxToken = 1023;
 
-// Sum of character value times index: the first character doesn't count.
-unsigned PathHash(const char* path)
+// FNV-1a over the text, from 'h' on, with the high bits folded down: the table takes the low ones.
+uint32_t HashText(const char* text, uint32_t h = 2166136261u)
 {
-    unsigned h = 0;
-    for (unsigned i = 0; path[i]; i++) h += static_cast<unsigned char>(path[i]) * i;
-    return h & (QInfo::HASH_SIZE - 1);
+    for (; *text; text++) h = (h ^ static_cast<unsigned char>(*text)) * 16777619u;
+    return h ^ (h >> 16);
+}
+
+uint32_t ChildKey(const QInfoNode* parent, const char* name)
+{
+    uint64_t p = uint64_t(reinterpret_cast<uintptr_t>(parent)) * 0x9E3779B97F4A7C15ull;
+    return HashText(name, uint32_t(p >> 32));
 }
 
 void CopyOut(char* out, const char* text)
@@ -56,17 +106,6 @@ struct PathParts {
             }
     }
 };
-
-// Searches the children of 'group', then those of the subtree it takes over, and so on down its
-// chain of references (bounded, since a reference may point back at its own group).
-QInfoNode* FindChild(QInfoNode* group, const char* name)
-{
-    int steps = 0;
-    for (QInfoNode* g = group; g && steps <= QInfo::MAX_LEVEL; g = g->ref, steps++)
-        for (QInfoNode* c = g->child; c; c = c->next)
-            if (c->type != QInfoNode::COMMENT && !(c->flags & QInfoNode::QINF_HIDDEN) && c->name == name) return c;
-    return nullptr;
-}
 
 // Reads tokens and line remainders from a tree file.
 class Parser {
@@ -134,20 +173,30 @@ private:
 
 QInfo::QInfo(const char* name, int infoFlags)
     : fileName(qstrdup(name ? name : "")), root(new QInfoNode), flags(uint32_t(infoFlags)), fallback(nullptr),
-      line(1), hash(static_cast<QInfoNode**>(std::calloc(2 * HASH_SIZE, sizeof(QInfoNode*)))), fileTime(0)
+      line(1), paths(new QInfoIndex(&QInfoNode::hashNext, &QInfoNode::pathKey)),
+      children(new QInfoIndex(&QInfoNode::childNext, &QInfoNode::childKey)), fileTime(0)
 {
     SetName(name);
-    if (!hash) qfatal("QInfo: out of memory for '%s'", fileName);
+    if (!fileName) qfatal("QInfo: out of memory for '%s'", name ? name : "");
     root->type = QInfoNode::GROUP;
     root->name = "root";
     if (!(flags & QIF_CREATE)) Read();
+}
+
+QInfo::QInfo(const char* name, const void* text, int size, int infoFlags)
+    : QInfo(name, infoFlags | QIF_CREATE)
+{
+    flags = uint32_t(infoFlags) | QIF_READ;
+    QFile file(fileName, const_cast<void*>(text), size); // only read
+    Parse(file);
 }
 
 QInfo::~QInfo()
 {
     if (flags & QIF_MODIFIED) Write(nullptr, true);
     FreeTree();
-    std::free(hash);
+    delete paths;
+    delete children;
     qfree(fileName);
     delete fallback;
 }
@@ -196,26 +245,55 @@ void QInfo::AppendChild(QInfoNode* group, QInfoNode* node)
     if (group->lastChild) group->lastChild->next = node;
     else group->child = node;
     group->lastChild = node;
+    // Only the first child of a name is ever found by it. A node's parent and name never change.
+    if (node->type != QInfoNode::COMMENT && !FirstChild(group, node->name.cstr()))
+        children->Add(node, ChildKey(group, node->name.cstr()));
+}
+
+QInfoNode* QInfo::FirstChild(QInfoNode* group, const char* name) const
+{
+    uint32_t k = ChildKey(group, name);
+    for (QInfoNode* n = children->First(k); n; n = children->Next(n))
+        if (n->childKey == k && n->parent == group && n->name == name) return n;
+    return nullptr;
+}
+
+// Searches the children of 'group', then those of the subtree it takes over, and so on down its
+// chain of references, at most MAX_LEVEL of them (a reference may point back at its own group).
+QInfoNode* QInfo::FindChild(QInfoNode* group, const char* name) const
+{
+    int steps = 0;
+    for (QInfoNode* g = group; g && steps <= MAX_LEVEL; g = g->ref, steps++) {
+        QInfoNode* c = FirstChild(g, name);
+        // A hidden node stands in the table like any other; one of the same name behind it may not.
+        while (c && (c->flags & QInfoNode::QINF_HIDDEN)) {
+            c = c->next;
+            while (c && (c->type == QInfoNode::COMMENT || c->name != name)) c = c->next;
+        }
+        if (c) return c;
+    }
+    return nullptr;
 }
 
 void QInfo::AddToHash(QInfoNode* node)
 {
     if (node->flags & QInfoNode::QINF_HASHED) return; // its path doesn't change: once is enough
+    node->flags |= QInfoNode::QINF_HASHED;
     char path[MAX_PATH];
     GetFullPath(node, path, sizeof path);
-    // The chain heads are followed by the chains' last nodes: the path hash crowds similar paths
-    // into few chains, and walking one to its end for each new key would make reading quadratic.
-    unsigned h = PathHash(path);
-    QInfoNode*& tail = hash[HASH_SIZE + h];
-    if (tail) tail->hashNext = node;
-    else hash[h] = node;
-    tail = node;
-    node->flags |= QInfoNode::QINF_HASHED;
+    uint32_t k = HashText(path);
+    // Of two assignments to one path the first is found: the later one needn't stand in the table.
+    for (QInfoNode* n = paths->First(k); n; n = paths->Next(n)) {
+        char other[MAX_PATH];
+        if (n->pathKey != k || n->name != node->name) continue;
+        GetFullPath(n, other, sizeof other);
+        if (std::strcmp(path, other) == 0) return;
+    }
+    paths->Add(node, k);
 }
 
 void QInfo::Read()
 {
-    std::memset(hash, 0, 2 * HASH_SIZE * sizeof(QInfoNode*)); // heads and tails
     line = 1;
     QFile file(fileName, QFile::READ | QFile::MEMORY);
     if (!file.IsOpen()) {
@@ -228,7 +306,11 @@ void QInfo::Read()
     }
     flags |= QIF_READ;
     PlatformFileTime(fileName, &fileTime);
+    Parse(file);
+}
 
+void QInfo::Parse(QFile& file)
+{
     // The open groups, the root at level 0. One node may stand open at two levels ("a { {"), so
     // each group keeps its own last child rather than the level.
     QInfoNode* groups[MAX_LEVEL] = {root};
@@ -339,8 +421,9 @@ bool QInfo::Lookup(const char* path, char* out, const char* def)
     const char* lastPart = std::strrchr(path, '.');
     lastPart = lastPart ? lastPart + 1 : path;
     char full[MAX_PATH];
-    for (QInfoNode* n = hash[PathHash(path)]; n; n = n->hashNext) {
-        if (n->name != lastPart) continue;
+    uint32_t k = HashText(path);
+    for (QInfoNode* n = paths->First(k); n; n = paths->Next(n)) {
+        if (n->pathKey != k || n->name != lastPart) continue;
         GetFullPath(n, full, sizeof full);
         if (std::strcmp(full, path) == 0) {
             n->flags |= QInfoNode::QINF_READ;
@@ -433,9 +516,7 @@ bool QInfo::SetString(const char* path, const char* value)
     for (size_t i = 0; i < p.parts.size(); i++) {
         bool last = i + 1 == p.parts.size();
         if (!p.parts[i][0]) return false; // "a..b" names nothing
-        QInfoNode* found = nullptr;
-        for (QInfoNode* c = cur->child; c && !found; c = c->next)
-            if (c->type != QInfoNode::COMMENT && c->name == p.parts[i]) found = c;
+        QInfoNode* found = FirstChild(cur, p.parts[i]);
         if (!found) {
             found = new QInfoNode;
             found->type = last ? QInfoNode::KEY : QInfoNode::GROUP;
@@ -477,20 +558,24 @@ bool QInfo::Write(const char* name, bool ask)
         }
     }
 write:
-    {
-        QFile file(name, QFile::WRITE_TEXT);
-        if (!file.IsOpen()) {
-            QWARNING("QInfo:Write(); file (%s) can't be written", name);
-            return false;
-        }
-        WriteNode(file, root, -1);
-        flags &= ~uint32_t(QIF_MODIFIED);
+    // Whole or not at all: the tree goes to a file beside the old one, which it replaces only once
+    // every byte stands. A device or a pipe is written directly.
+    QOutput out;
+    bool written = out.Open(name);
+    if (written) {
+        WriteNode(out.Stream(), root, -1);
+        written = out.Commit();
     }
+    if (!written) {
+        QWARNING("QInfo:Write(); file (%s) can't be written", name);
+        return false;
+    }
+    flags &= ~uint32_t(QIF_MODIFIED);
     PlatformFileTime(name, &fileTime);
     return true;
 }
 
-void QInfo::WriteNode(QFile& file, QInfoNode* node, int level)
+void QInfo::WriteNode(FILE* out, QInfoNode* node, int level)
 {
     // Pre-order through the siblings of 'node' and their subtrees, without recursion: a tree made
     // by SetString may be far deeper than any file.
@@ -499,7 +584,7 @@ void QInfo::WriteNode(QFile& file, QInfoNode* node, int level)
     auto indent = [&](int lvl) {
         text.assign(size_t(lvl > 0 ? 2 * lvl : 0), ' ');
     };
-    auto emit = [&]() { file.Write(text.data(), int(text.size())); };
+    auto emit = [&]() { std::fwrite(text.data(), 1, text.size(), out); };
     auto isRoot = [](const QInfoNode* n) { return n->name == "root"; };
 
     QInfoNode* n = node;

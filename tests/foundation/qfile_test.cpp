@@ -1,6 +1,5 @@
 #include "foundation/qfile.h"
 #include "foundation/qhelpers.h"
-#include "foundation/qmessage.h"
 #include "foundation/qstring.h"
 #include "tests/support/testsupport.h"
 
@@ -8,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <utility>
 
@@ -46,27 +46,17 @@ const int readModes[] = {QFile::READ, QFile::READ | QFile::MEMORY};
 
 std::string ModeName(int mode) { return (mode & QFile::MEMORY) ? "memory" : "stream"; }
 
-// Checks that the log holds 'text' on a line of the given level, e.g. "(ERR  ): ".
-void ExpectLogged(const std::string& level, const std::string& text)
-{
-    std::string log = tarvik::test::LogWithoutTimes(ReadFile("QLOG.txt"));
-    size_t at = log.find(text);
-    ASSERT_NE(at, std::string::npos) << log;
-    size_t line = log.rfind('\n', at);
-    EXPECT_EQ(log.compare(line == std::string::npos ? 0 : line + 1, level.size(), level), 0) << log;
-}
-
 } // namespace
 
 // ---- Modes ------------------------------------------------------------------------------------
 
-TEST(QFileTest, EachModeOpensCreatesReadsAndWritesAsItsStreamMode)
+TEST(QFileTest, EachModeOpensCreatesReadsAndWritesAsItsStreamModeAnyOtherOpensNothing)
 {
     // From "abcdef": read 2, seek to the start, write "XY", seek to the start, read the rest.
     struct Case {
         int mode;
         bool creates, truncates;
-        const char *firstRead, *secondRead, *after;
+        const char *firstRead, *secondRead, *after; // null: not opened
     } cases[] = {
         {QFile::READ, false, false, "ab", "abcdef", "abcdef"},
         {QFile::READ_TEXT, false, false, "ab", "abcdef", "abcdef"},
@@ -77,47 +67,36 @@ TEST(QFileTest, EachModeOpensCreatesReadsAndWritesAsItsStreamMode)
         {QFile::APPEND_TEXT, true, false, "", "", "abcdefXY"}, // appending ignores the position
         {QFile::APPEND, true, false, "", "", "abcdefXY"},
         {QFile::APPEND_READ_TEXT, true, false, "ab", "abcdefXY", "abcdefXY"},
+        {0, false, false, nullptr, nullptr, nullptr}, {10, false, false, nullptr, nullptr, nullptr},
+        {255, false, false, nullptr, nullptr, nullptr}, {-1, false, false, nullptr, nullptr, nullptr},
+        {QFile::MEMORY, false, false, nullptr, nullptr, nullptr},
+        {10 | QFile::MEMORY, false, false, nullptr, nullptr, nullptr},
     };
     TempDir dir(true);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.mode);
         WriteFile("f", "abcdef");
+        CaptureStderr();
         {
             QFile f("f", c.mode);
-            ASSERT_TRUE(f.IsOpen());
-            EXPECT_EQ(ReadFile("f"), c.truncates ? "" : "abcdef");
-            EXPECT_EQ(ReadBytes(f, 2), c.firstRead);
-            ASSERT_TRUE(f.Seek(0, QFile::SEEK_FROM_START));
-            EXPECT_EQ(f.Write("XY", 2), c.mode == QFile::READ || c.mode == QFile::READ_TEXT ? 0 : 2);
-            ASSERT_TRUE(f.Seek(0, QFile::SEEK_FROM_START));
-            EXPECT_EQ(ReadBytes(f, 10), c.secondRead);
+            EXPECT_STREQ(f.GetName(), "f");
+            ASSERT_EQ(f.IsOpen(), c.after != nullptr);
+            if (c.after) {
+                EXPECT_EQ(ReadFile("f"), c.truncates ? "" : "abcdef");
+                EXPECT_EQ(ReadBytes(f, 2), c.firstRead);
+                ASSERT_TRUE(f.Seek(0, QFile::SEEK_FROM_START));
+                EXPECT_EQ(f.Write("XY", 2), c.mode == QFile::READ || c.mode == QFile::READ_TEXT ? 0 : 2);
+                ASSERT_TRUE(f.Seek(0, QFile::SEEK_FROM_START));
+                EXPECT_EQ(ReadBytes(f, 10), c.secondRead);
+            }
         }
-        EXPECT_EQ(ReadFile("f"), c.after);
+        EXPECT_EQ(GetCapturedStderr(), "");
+        EXPECT_EQ(ReadFile("f"), c.after ? c.after : "abcdef");
         std::string name = "new" + std::to_string(c.mode);
         QFile g(name.c_str(), c.mode);
         EXPECT_EQ(g.IsOpen(), c.creates);
         EXPECT_EQ(FileExists(name), c.creates);
     }
-}
-
-TEST(QFileTest, InvalidModeOpensNothing)
-{
-    TempDir dir(true);
-    WriteFile("f", "abc");
-    for (int mode : {0, 10, 255, -1, int(QFile::MEMORY), 10 | QFile::MEMORY}) {
-        SCOPED_TRACE(mode);
-        CaptureStderr();
-        {
-            QFile f("f", mode);
-            EXPECT_FALSE(f.IsOpen());
-            EXPECT_EQ(f.GetStream(), nullptr);
-            EXPECT_STREQ(f.GetName(), "f");
-        }
-        EXPECT_EQ(GetCapturedStderr(), "");
-        EXPECT_EQ(ReadFile("f"), "abc");
-    }
-    QFile g("g", 10);
-    EXPECT_FALSE(FileExists("g"));
 }
 
 // ---- Preloading ---------------------------------------------------------------------------------
@@ -150,81 +129,69 @@ TEST(QFileTest, ReadWithMemoryLoadsANonEmptyFileAndClosesTheStream)
     EXPECT_TRUE(e.IsEOF());
 }
 
-TEST(QFileTest, MemoryWithAnotherModeIsReportedAndStaysAStream)
+TEST(QFileTest, PreloadThatCannotBeDoneIsReportedAndLeavesTheStreamAtTheStart)
 {
     TempDir dir(true);
-    WriteFile("f", "line\n");
-    qmsgReset();
-    CaptureStderr();
-    QFile f("f", QFile::READ_TEXT | QFile::MEMORY);
-    const char* text = "QFile ctor: READ_TEXT and MEMORY flags are incompatible (buggy); turning off MEMORY";
-    EXPECT_EQ(GetCapturedStderr(), std::string(text) + "\n");
-    ExpectLogged("(ERR  ): ", text);
-    ASSERT_TRUE(f.IsOpen());
-    EXPECT_NE(f.GetStream(), nullptr);
-    EXPECT_EQ(ReadBytes(f, 10), "line\n");
-    for (int mode : {int(QFile::READ_WRITE), int(QFile::APPEND)}) {
-        SCOPED_TRACE(mode);
-        WriteFile("g", "abc");
-        std::string path = dir.File("g");
-        qmsgReset();
-        CaptureStderr();
-        {
-            QFile g(path.c_str(), mode | QFile::MEMORY);
-            EXPECT_TRUE(g.IsOpen());
-            EXPECT_NE(g.GetStream(), nullptr);
-            EXPECT_EQ(g.Write("d", 1), 1);
-        }
-        std::string warning = "QFile:ctor MEMORY req'd for '" + path + "' but incompatible mode given";
-        EXPECT_EQ(GetCapturedStderr(), warning + "\n");
-        ExpectLogged("(WARN ): ", warning);
-    }
-    CaptureStderr(); // a file that doesn't open says nothing
-    QFile h("missing", QFile::READ_WRITE | QFile::MEMORY);
-    QFile i("missing", QFile::READ | QFile::MEMORY);
-    EXPECT_EQ(GetCapturedStderr(), "");
-    EXPECT_FALSE(h.IsOpen());
-    EXPECT_FALSE(i.IsOpen());
-}
-
-TEST(QFileTest, PreloadWithoutMemoryWarnsAndReadsTheStreamFromTheStart)
-{
-    TempDir dir(true);
+    const std::string path = dir.File("f"), modeWarning = "QFile:ctor MEMORY req'd for '" + path +
+                                                          "' but incompatible mode given\n";
+    const struct {
+        const char* name;
+        int mode, failingAlloc; // the first allocation is the copy of the name, the second the block
+        std::string err;
+        const char* read; // null: not opened
+    } cases[] = {
+        {"f", QFile::READ_TEXT | QFile::MEMORY, 0,
+         "QFile ctor: READ_TEXT and MEMORY flags are incompatible (buggy); turning off MEMORY\n", "hello"},
+        {"f", QFile::READ_WRITE | QFile::MEMORY, 0, modeWarning, "hello"},
+        {"f", QFile::APPEND | QFile::MEMORY, 0, modeWarning, ""},
+        {"f", QFile::READ | QFile::MEMORY, 2,
+         "QFile:ctor; not enough memory to preload file '" + path + "'\n", "hello"},
+        {"missing", QFile::READ_WRITE | QFile::MEMORY, 0, "", nullptr}, // not opened: nothing said
+        {"missing", QFile::READ | QFile::MEMORY, 0, "", nullptr},
+    };
     WriteFile("f", "hello");
-    std::string path = dir.File("f");
-    CaptureStderr();
-    qSetAllocFailure(2); // the first allocation is the copy of the name, the second the block
-    QFile f(path.c_str(), QFile::READ | QFile::MEMORY);
-    qSetAllocFailure(0);
-    EXPECT_EQ(GetCapturedStderr(), "QFile:ctor; not enough memory to preload file '" + path + "'\n");
-    EXPECT_STREQ(f.GetName(), path.c_str());
-    ASSERT_TRUE(f.IsOpen());
-    EXPECT_NE(f.GetStream(), nullptr);
-    EXPECT_EQ(f.Tell(), 0);
-    EXPECT_EQ(ReadBytes(f, 10), "hello");
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.mode);
+        std::string name = dir.File(c.name);
+        CaptureStderr();
+        qSetAllocFailure(c.failingAlloc);
+        QFile f(name.c_str(), c.mode);
+        qSetAllocFailure(0);
+        EXPECT_EQ(GetCapturedStderr(), c.err);
+        EXPECT_STREQ(f.GetName(), name.c_str());
+        ASSERT_EQ(f.IsOpen(), c.read != nullptr);
+        if (!c.read) continue;
+        EXPECT_NE(f.GetStream(), nullptr);
+        EXPECT_EQ(f.Tell(), c.read[0] ? 0 : 5); // appending stands at the end
+        EXPECT_EQ(ReadBytes(f, 10), c.read);
+    }
 }
 
-TEST(QFileTest, MissingFileReadsNothing)
+TEST(QFileTest, MissingFileOrFolderReadsNothing)
 {
     TempDir dir(true);
-    QFile f("no such file", QFile::READ);
-    EXPECT_FALSE(f.IsOpen());
-    EXPECT_TRUE(f.IsEOF());
-    EXPECT_STREQ(f.GetName(), "no such file");
-    EXPECT_EQ(f.Tell(), 0);
-    EXPECT_EQ(f.Size(), 0);
-    EXPECT_FALSE(f.Seek(0, QFile::SEEK_FROM_START));
-    EXPECT_EQ(f.GetChar(), 0);
-    char buf[8] = "xxxxxxx";
-    EXPECT_EQ(f.Read(buf, 4), 0);
-    EXPECT_EQ(Line(f, 8), "0 ");
-    EXPECT_EQ(Line(f, 8, true), "0 ");
-    EXPECT_EQ(Line(f, 0), "0 ");
-    qstring text("keep");
-    EXPECT_EQ(f.Read(text), 0);
-    EXPECT_STREQ(text.cstr(), "keep");
-    EXPECT_EQ(f.Write("abc", 3), 0);
-    EXPECT_TRUE(f.IsEOF());
+    std::filesystem::create_directory("folder"); // it would open, and no read of it would end
+    for (const char* name : {"no such file", "folder"}) {
+        SCOPED_TRACE(name);
+        QFile f(name, QFile::READ);
+        EXPECT_FALSE(f.IsOpen());
+        EXPECT_TRUE(f.IsEOF());
+        EXPECT_STREQ(f.GetName(), name);
+        EXPECT_EQ(f.Tell(), 0);
+        EXPECT_EQ(f.Size(), 0);
+        EXPECT_FALSE(f.Seek(0, QFile::SEEK_FROM_START));
+        EXPECT_EQ(f.GetChar(), 0);
+        char buf[8] = "xxxxxxx";
+        EXPECT_EQ(f.Read(buf, 4), 0);
+        EXPECT_EQ(Line(f, 8), "0 ");
+        EXPECT_EQ(Line(f, 8, true), "0 ");
+        EXPECT_EQ(Line(f, 0), "0 ");
+        qstring text("keep");
+        EXPECT_EQ(f.Read(text), 0);
+        EXPECT_STREQ(text.cstr(), "keep");
+        EXPECT_EQ(f.Write("abc", 3), 0);
+        EXPECT_TRUE(f.IsEOF());
+    }
 }
 
 // ---- End of data and push-back -----------------------------------------------------------------
@@ -256,6 +223,9 @@ TEST(QFileTest, EofOnlyAfterAReadRunsIntoTheEnd)
     EXPECT_TRUE(g.IsEOF());
     EXPECT_EQ(ReadBytes(g, 5), "");
     EXPECT_EQ(g.Read(block, 0), 0);
+    QFile w("f", QFile::APPEND); // a read that fails ends the data: it never reaches the end
+    EXPECT_EQ(w.GetChar(), 255);
+    EXPECT_TRUE(w.IsEOF());
 }
 
 TEST(QFileTest, PushedBackCharacterComesFirstAndSurvivesASeek)
@@ -346,7 +316,7 @@ TEST(QFileTest, MemorySeekStaysWithinTheBlock)
 
 // ---- Lines and words --------------------------------------------------------------------------
 
-TEST(QFileTest, GetLineEndsAtLineFeedOrEndOfData)
+TEST(QFileTest, GetLineEndsAtLineFeedOrEndOfDataAndStoresAtMostSizeMinusOne)
 {
     TempDir dir(true);
     for (const char* bytes : {"abc\r\n", "abc\n", "abc", "a\rb\rc\r\n"}) {
@@ -358,10 +328,6 @@ TEST(QFileTest, GetLineEndsAtLineFeedOrEndOfData)
             EXPECT_EQ(Line(f, 64), "0 ");
         }
     }
-}
-
-TEST(QFileTest, GetLineStoresAtMostSizeMinusOne)
-{
     char block[] = "abcdef\r\n\ntwo\nthree";
     QFile f("block", block, int(std::strlen(block)));
     const std::pair<int, const char*> rows[] = {{1, "0 "},     {4, "3 abc"}, {8, "3 def"}, {0, "0 "},
@@ -432,7 +398,7 @@ TEST(QFileTest, SkipWhiteSpaceAndGetWordPushBackWhatEndsThem)
 
 // ---- Binary values and counted strings -----------------------------------------------------------
 
-TEST(QFileTest, CountedStringsAndBigEndianValuesRoundTrip)
+TEST(QFileTest, CountedStringsAndBigEndianValuesRoundTripLyingCountsStandAsTheyAre)
 {
     TempDir dir(true);
     std::string longText(300, 'L');
@@ -443,16 +409,19 @@ TEST(QFileTest, CountedStringsAndBigEndianValuesRoundTrip)
         EXPECT_EQ(f.Write(qstring(longText.c_str()), true), 302);
         EXPECT_EQ(f.Write(qstring("tail")), 4); // no length, no terminator
         EXPECT_EQ(f.Write("\x12\x34\x56\x78\x9A\xBC", 6), 6);
+        // -2 empties the text and reads nothing more; 5 with two bytes left holds those two.
+        EXPECT_EQ(f.Write("\xFE\xFF\x05\x00" "ab", 6), 6);
     }
     std::string bytes = ReadFile("f");
     EXPECT_EQ(bytes.substr(0, 11), std::string("\x05\x00hello\x00\x00\x2C\x01", 11));
-    EXPECT_EQ(bytes.size(), 7u + 2u + 302u + 4u + 6u);
+    EXPECT_EQ(bytes.size(), 7u + 2u + 302u + 4u + 6u + 6u);
     for (int mode : readModes) {
         SCOPED_TRACE(ModeName(mode));
         QFile f("f", mode);
         qstring text("old");
         EXPECT_EQ(f.Read(text), 5);
         EXPECT_STREQ(text.cstr(), "hello");
+        { QFile g("f", QFile::READ); } // frees the shared buffer
         EXPECT_EQ(f.Read(text), 0);
         EXPECT_STREQ(text.cstr(), "");
         EXPECT_EQ(f.Read(text), 300);
@@ -464,36 +433,12 @@ TEST(QFileTest, CountedStringsAndBigEndianValuesRoundTrip)
         EXPECT_EQ(v16, 0x1234);
         EXPECT_EQ(f.ReadBE32(&v32), 4);
         EXPECT_EQ(v32, 0x56789ABCu);
-    }
-}
-
-TEST(QFileTest, NegativeOrTruncatedCountIsReportedAsItStands)
-{
-    // -2 empties the text and reads nothing more; 5 with two bytes left holds those two.
-    TempDir dir(true);
-    WriteFile("f", std::string("\xFE\xFF\x05\x00" "ab", 6));
-    for (int mode : readModes) {
-        SCOPED_TRACE(ModeName(mode));
-        QFile f("f", mode);
-        qstring text("old");
+        text = "old";
         EXPECT_EQ(f.Read(text), -2);
         EXPECT_STREQ(text.cstr(), "");
         EXPECT_EQ(f.Read(text), 5);
         EXPECT_STREQ(text.cstr(), "ab");
     }
-}
-
-TEST(QFileTest, SharedLineBufferSurvivesAnotherFileClosing)
-{
-    TempDir dir(true);
-    WriteFile("f", std::string("\x05\x00hello\x05\x00world", 14));
-    WriteFile("g", "x");
-    QFile f("f", QFile::READ | QFile::MEMORY);
-    qstring text;
-    EXPECT_EQ(f.Read(text), 5);
-    { QFile g("g", QFile::READ); } // frees the shared buffer
-    EXPECT_EQ(f.Read(text), 5);
-    EXPECT_STREQ(text.cstr(), "world");
 }
 
 TEST(QFileTest, CountedStringWithoutMemoryWarns)

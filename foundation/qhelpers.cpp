@@ -1,6 +1,7 @@
 #include "foundation/qhelpers.h"
 
 #include "foundation/qmessage.h"
+#include "platform/platform.h"
 
 #include <cctype>
 #include <cstdlib>
@@ -81,6 +82,13 @@ char* qstrupr(char* text)
 FILE* qfopen(const char* name, const char* mode)
 {
     FILE* f = std::fopen(name, mode);
+    if (f) openFileCount++;
+    return f;
+}
+
+FILE* qfopenmem(const void* data, size_t size)
+{
+    FILE* f = PlatformOpenMemory(data, size);
     if (f) openFileCount++;
     return f;
 }

@@ -21,6 +21,7 @@ int qtoupper(int ch);      // Latin-1 aware upper-casing of one 8-bit character
 
 FILE* qfopen(const char* name, const char* mode);
 int qfclose(FILE* stream); // fclose's result; a null stream is reported, ignored and gives EOF
+FILE* qfopenmem(const void* data, size_t size); // a counted stream reading the bytes, which must outlive it
 
 int qGetAllocCount();    // live blocks of the wrappers above
 int qGetOpenFileCount(); // streams of qfopen not yet closed

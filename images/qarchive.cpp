@@ -86,6 +86,20 @@ bool QArchive::Open(const char* fileName) {
         QERROR("QArchive:Open(); can't open '%s'", fileName);
         return false;
     }
+    return OpenStream(fileName, f);
+}
+
+bool QArchive::OpenMemory(const char* name, const void* data, size_t size) {
+    Close();
+    FILE* f = qfopenmem(data, size);
+    if (!f) {
+        QERROR("QArchive:Open(); can't open '%s'", name);
+        return false;
+    }
+    return OpenStream(name, f);
+}
+
+bool QArchive::OpenStream(const char* fileName, FILE* f) {
     long size = -1;
     if (std::fseek(f, 0, SEEK_END) == 0) size = std::ftell(f);
     std::fseek(f, 0, SEEK_SET);

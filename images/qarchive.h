@@ -62,6 +62,8 @@ class QArchive : public QObject, public QVfsArchive {
     const char* ClassName() const override { return "QArchive"; }
 
     bool Open(const char* fileName); // reads the head and the directory; reports why not
+    // The same on an archive in memory, which must outlive the object; 'name' names it in reports.
+    bool OpenMemory(const char* name, const void* data, size_t size);
     void Close();
     bool IsOpen() const { return file != nullptr; }
 
@@ -101,6 +103,7 @@ class QArchive : public QObject, public QVfsArchive {
     QFile* OpenMember(const char* name) override { return OpenFile(name); }
 
   private:
+    bool OpenStream(const char* fileName, FILE* f); // takes 'f' over, from qfopen or qfopenmem
     bool SeekMember(int offset, int size); // checks the entry against the file, then seeks
     bool Expand(FILE* out, const char* outName, int* expanded, void* memory, int memorySize);
     bool ReadBytes(void* buffer, int n);

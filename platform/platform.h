@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstddef>
 #include <cstdio>
 
 namespace tarvik {
@@ -49,6 +50,10 @@ bool PlatformStat(const char* path, PlatformFileStatus* status);
 // or run on without end. Null on failure, with '*notRegular' true when the refusal is for what
 // stands at the name (errno says why otherwise). The stream is closed with fclose.
 FILE* PlatformOpenRegularFile(const char* path, bool* notRegular);
+
+// A stream that reads the given bytes, which must outlive it; closed with fclose. Null if it can't
+// be made. For readers that take a stream, so that they can run on a block in memory.
+FILE* PlatformOpenMemory(const void* data, size_t size);
 
 // Reading a directory: the entries in the order of the operating system, "." and ".." included.
 struct PlatformDir;

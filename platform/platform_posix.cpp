@@ -122,6 +122,13 @@ FILE* PlatformOpenRegularFile(const char* path, bool* notRegular)
     return f;
 }
 
+FILE* PlatformOpenMemory(const void* data, size_t size)
+{
+    // No bytes at all can't be a memory stream; an empty device reads the same.
+    if (size == 0) return std::fopen("/dev/null", "rb");
+    return fmemopen(const_cast<void*>(data), size, "rb");
+}
+
 struct PlatformDir {
     DIR* dir;
 };

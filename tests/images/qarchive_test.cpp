@@ -101,10 +101,16 @@ class QArchiveTest : public ::testing::Test {
         return s.substr(0, n);
     }
 
-    bool OpenBytes(QArchive& archive, const std::string& bytes) {
+    // From the file "test.arc", or with 'memory' from a copy of the bytes under that name.
+    bool OpenBytes(QArchive& archive, const std::string& bytes, bool memory = false) {
+        if (memory) {
+            held = bytes;
+            return archive.OpenMemory("test.arc", held.data(), held.size());
+        }
         WriteFile("test.arc", bytes);
         return archive.Open("test.arc");
     }
+    std::string held; // the bytes an archive opened from memory reads
     static Loaded Load(QArchive& archive, const char* name) {
         Loaded r;
         void* memory = nullptr;
@@ -265,9 +271,10 @@ TEST_F(QArchiveTest, OpenRefusesWhatDoesNotParse) {
         {directory(cut), "QArchive:Open(); 'test.arc': entry 2 runs past the end of the directory\n"},
     };
     QArchive archive;
+    for (bool memory : {false, true})
     for (const auto& c : cases) { // a pair, not a binding: a lambda may not capture one in C++17
         ASSERT_TRUE(OpenBytes(archive, bytes));
-        EXPECT_EQ(Reports([&] { EXPECT_FALSE(OpenBytes(archive, c.first)); }), c.second);
+        EXPECT_EQ(Reports([&] { EXPECT_FALSE(OpenBytes(archive, c.first, memory)); }), c.second);
         EXPECT_FALSE(archive.IsOpen());
     }
     ASSERT_TRUE(OpenBytes(archive, directory(cut + '\0')));
@@ -388,7 +395,7 @@ TEST_F(QArchiveTest, MembersCutShortKeepWhatCame) {
     const std::string where = "-EE666666EE7777777EE";
     for (size_t cut = 0; cut < member.size(); cut++) {
         QArchive archive;
-        ASSERT_TRUE(OpenBytes(archive, head + member.substr(0, cut))) << cut;
+        ASSERT_TRUE(OpenBytes(archive, head + member.substr(0, cut), cut % 2)) << cut; // both roads
         Loaded got = Load(archive, "m");
         EXPECT_EQ(got.log, where[cut] == '-'
                                ? "QArchive: member offset 26 lies outside 'test.arc' (26 bytes)\n"

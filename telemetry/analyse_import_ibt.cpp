@@ -155,7 +155,8 @@ void ScanSessionInfo(const char* text, size_t length, SessionInfo& info) {
                 k++;
         }
         const char* colon = k;
-        while (colon < lineEnd && *colon != ':') colon++;
+        while (colon < lineEnd && *colon != ':')
+            colon++;
         if (colon < lineEnd) {
             const size_t keyLength = size_t(colon - k);
             auto Is = [&](const char* key) {
@@ -402,6 +403,7 @@ bool PImportIbt(PSignals& set, const char* name, const uint8_t* data, size_t siz
             if (vars[i].type == IBT_FLOAT && std::strcmp(vars[i].name, "LapDistPct") == 0) pct = i;
         const bool sectors = pct >= 0 && info.sectorCount > 0;
         if (sectors) plan[planned++] = Plan{DERIVED_SECTOR, "sector", "-", 1.0f};
+        const int derived = sectors ? 2 : 1;
         const int room = PSignals::MAX_SIGNALS - set.signalCount;
         int left = 0;
         for (int i = 0; i < h.varCount; i++) {
@@ -410,7 +412,8 @@ bool PImportIbt(PSignals& set, const char* name, const uint8_t* data, size_t siz
             if (std::find(mapped, mapped + mappedCount, i) != mapped + mappedCount) continue;
             bool taken = false;
             for (int k = 0; k < planned && !taken; k++)
-                taken = std::strcmp(plan[k].signal, v.name) == 0;
+                taken = std::strcmp(plan[k].signal, v.name) == 0 ||
+                        (plan[k].var >= 0 && std::strcmp(vars[plan[k].var].name, v.name) == 0);
             if (taken) continue;
             if (planned >= room) {
                 left++;
@@ -424,8 +427,8 @@ bool PImportIbt(PSignals& set, const char* name, const uint8_t* data, size_t siz
                      int(PSignals::MAX_SIGNALS));
         // Each variable of an honest file has at least one byte of the record to itself; more
         // signals than record bytes would allocate many times the file's size from aliases.
-        if (planned > h.recordBytes + 2) {
-            QWARNING("PImportIbt(%s): %d variables share a record of %d bytes", name, planned - 2,
+        if (planned - derived > h.recordBytes) {
+            QWARNING("PImportIbt(%s): %d variables share a record of %d bytes", name, planned - derived,
                      h.recordBytes);
             ok = false;
         }

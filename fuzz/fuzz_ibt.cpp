@@ -7,7 +7,8 @@
 
 using namespace tarvik;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
     FuzzSetup();
     if (size > (1u << 24)) return 0;
     PSignals* set = new PSignals;

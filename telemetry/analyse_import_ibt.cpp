@@ -44,7 +44,8 @@ struct Bytes {
     uint64_t size;
     bool overrun;
 
-    uint32_t U32(uint64_t at) {
+    uint32_t U32(uint64_t at)
+    {
         if (at > size || size - at < 4) {
             overrun = true;
             return 0;
@@ -56,7 +57,8 @@ struct Bytes {
     int64_t I64(uint64_t at) { return int64_t(uint64_t(U32(at)) | uint64_t(U32(at + 4)) << 32); }
     // A NUL-padded text field of 'width' bytes into 'out' (width + 1 bytes). Bytes outside the
     // printable ASCII range become '_', so that a name never breaks a line or column of the export.
-    void Text(uint64_t at, int width, char* out) {
+    void Text(uint64_t at, int width, char* out)
+    {
         int n = 0;
         if (at <= size && size - at >= uint64_t(width))
             for (; n < width && data[at + n]; n++)
@@ -112,7 +114,8 @@ struct SessionInfo {
     int sectorCount = 0;
 };
 
-void CopyValue(char* out, const char* from, const char* end) {
+void CopyValue(char* out, const char* from, const char* end)
+{
     while (from < end && *from == ' ')
         from++;
     while (end > from && (end[-1] == ' ' || end[-1] == '\r'))
@@ -132,7 +135,8 @@ void CopyValue(char* out, const char* from, const char* end) {
 // Scans the session text: one pass over its lines, each looked at only up to the first ':' and the
 // value copied bounded. The car and driver come from the entry of the driver list whose CarIdx is
 // DriverCarIdx, or the first entry when that can't be told.
-void ScanSessionInfo(const char* text, size_t length, SessionInfo& info) {
+void ScanSessionInfo(const char* text, size_t length, SessionInfo& info)
+{
     const char* p = text;
     const char* end = text + length;
     const void* nul = std::memchr(text, 0, length);
@@ -201,7 +205,8 @@ void ScanSessionInfo(const char* text, size_t length, SessionInfo& info) {
     std::sort(info.sectorStart, info.sectorStart + info.sectorCount);
 }
 
-bool ReadHeader(Bytes& b, const char* name, Header& h) {
+bool ReadHeader(Bytes& b, const char* name, Header& h)
+{
     if (b.size < headerBytes) {
         QWARNING("PImportIbt(%s): %llu bytes are too few for the header (%llu)", name,
                  (unsigned long long)b.size, (unsigned long long)headerBytes);
@@ -263,7 +268,8 @@ bool ReadHeader(Bytes& b, const char* name, Header& h) {
     return true;
 }
 
-bool ReadVars(Bytes& b, const char* name, const Header& h, Var* vars) {
+bool ReadVars(Bytes& b, const char* name, const Header& h, Var* vars)
+{
     for (int i = 0; i < h.varCount; i++) {
         const uint64_t at = uint64_t(h.varOffset) + uint64_t(i) * varEntryBytes;
         Var& v = vars[i];
@@ -288,7 +294,8 @@ bool ReadVars(Bytes& b, const char* name, const Header& h, Var* vars) {
 
 // The first element of variable 'v' of every record into 'out', times 'factor'.
 void ReadColumn(const uint8_t* records, int32_t recordBytes, int32_t count, const Var& v, float factor,
-                float* out) {
+                float* out)
+{
     const uint8_t* p = records + v.offset;
     for (int32_t r = 0; r < count; r++, p += recordBytes) {
         float value;
@@ -327,7 +334,8 @@ void ReadColumn(const uint8_t* records, int32_t recordBytes, int32_t count, cons
 }
 
 // Seconds since 1970 as day, month, year; false outside the years 1970..9999.
-bool CivilDate(int64_t seconds, int* day, int* month, int* year, int* secondOfDay) {
+bool CivilDate(int64_t seconds, int* day, int* month, int* year, int* secondOfDay)
+{
     if (seconds < 0 || seconds > 253402300799LL) return false;
     int64_t days = seconds / 86400;
     *secondOfDay = int(seconds % 86400);
@@ -343,7 +351,8 @@ bool CivilDate(int64_t seconds, int* day, int* month, int* year, int* secondOfDa
     return true;
 }
 
-void AddMeta(PSignals& set, const char* name, const char* value) {
+void AddMeta(PSignals& set, const char* name, const char* value)
+{
     if (set.metaCount >= PSignals::MAX_METAPROPERTIES) return;
     set.metaName[set.metaCount] = name;
     set.metaValue[set.metaCount] = value;
@@ -361,7 +370,8 @@ enum { DERIVED_TIME = -1, DERIVED_SECTOR = -2 };
 
 } // namespace
 
-bool PLooksLikeIbt(const uint8_t* data, size_t size) {
+bool PLooksLikeIbt(const uint8_t* data, size_t size)
+{
     if (!data || size < headerBytes) return false;
     Bytes b{data, size, false};
     const int32_t rate = b.I32(8), vars = b.I32(24), recordBytes = b.I32(36);
@@ -369,7 +379,8 @@ bool PLooksLikeIbt(const uint8_t* data, size_t size) {
            recordBytes >= 1 && recordBytes <= maxRecordBytes;
 }
 
-bool PImportIbt(PSignals& set, const char* name, const uint8_t* data, size_t size) {
+bool PImportIbt(PSignals& set, const char* name, const uint8_t* data, size_t size)
+{
     if (!name) name = "";
     Bytes b{data, data ? uint64_t(size) : 0, false};
     Header h;
@@ -422,9 +433,6 @@ bool PImportIbt(PSignals& set, const char* name, const uint8_t* data, size_t siz
             plan[planned++] = Plan{i, v.name, v.unit[0] ? v.unit : "-", 1.0f};
         }
         if (planned > room) planned = room; // a set nearly full already loses even mapped channels
-        if (left > 0)
-            QWARNING("PImportIbt(%s): %d variables left out, a set holds %d signals", name, left,
-                     int(PSignals::MAX_SIGNALS));
         // Each variable of an honest file has at least one byte of the record to itself; more
         // signals than record bytes would allocate many times the file's size from aliases.
         if (planned - derived > h.recordBytes) {
@@ -436,6 +444,9 @@ bool PImportIbt(PSignals& set, const char* name, const uint8_t* data, size_t siz
             QWARNING("PImportIbt(%s): no room for a signal in the set", name);
             ok = false;
         }
+        if (ok && left > 0)
+            QWARNING("PImportIbt(%s): %d variables left out, a set holds %d signals", name, left,
+                     int(PSignals::MAX_SIGNALS));
 
         const int before = set.signalCount;
         const uint8_t* records = data + h.recordOffset;

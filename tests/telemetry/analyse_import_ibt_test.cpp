@@ -34,11 +34,13 @@ struct IbtVar {
     std::vector<double> first; // the first element per record; later elements hold 999
 };
 
-void Put(std::string& b, size_t at, uint64_t v, int bytes) {
+void Put(std::string& b, size_t at, uint64_t v, int bytes)
+{
     for (int i = 0; i < bytes; i++)
         b[at + i] = char((v >> (8 * i)) & 0xFF);
 }
-void Put32(std::string& b, size_t at, int64_t v) {
+void Put32(std::string& b, size_t at, int64_t v)
+{
     Put(b, at, uint64_t(v), 4);
 }
 
@@ -51,7 +53,8 @@ struct IbtWriter {
     std::vector<IbtVar> vars;
     int records = 0;
 
-    std::string Build() const {
+    std::string Build() const
+    {
         const size_t varAt = 144, infoAt = varAt + 144 * vars.size();
         size_t recordBytes = 0;
         std::vector<size_t> offset;
@@ -136,7 +139,8 @@ const char* const sessionText = "---\n"
                                 "...\n";
 
 // Five records; every channel distinct from every other, so that a swap or a wrong factor shows.
-IbtWriter Fixture() {
+IbtWriter Fixture()
+{
     IbtWriter w;
     w.yaml = sessionText;
     w.records = 5;
@@ -162,8 +166,9 @@ IbtWriter Fixture() {
 }
 
 class IbtTest : public TelemetryTest {
-  protected:
-    bool Load(PSignals& set, const std::string& bytes, const char* name = "rec.ibt") {
+protected:
+    bool Load(PSignals& set, const std::string& bytes, const char* name = "rec.ibt")
+    {
         bool ok = false;
         err = StderrOf([&] {
             ok = PImportIbt(set, name, reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
@@ -173,31 +178,36 @@ class IbtTest : public TelemetryTest {
     std::string err; // standard error of the last Load
 };
 
-std::string Ids(const PSignals& set) {
+std::string Ids(const PSignals& set)
+{
     std::string s;
     for (int i = 0; i < set.signalCount; i++)
         s += (i ? " " : "") + std::string(set.signals[i]->GetId());
     return s;
 }
 
-std::string Property(const PSignals& set, const char* name) {
+std::string Property(const PSignals& set, const char* name)
+{
     for (int i = 0; i < set.propertyCount; i++)
         if (set.propertyName[i] == name) return set.propertyValue[i].cstr();
     return "<none>";
 }
 
-std::string Meta(const PSignals& set, const std::string& name) {
+std::string Meta(const PSignals& set, const std::string& name)
+{
     for (int i = 0; i < set.metaCount; i++)
         if (set.metaName[i] == name.c_str()) return set.metaValue[i].cstr();
     return "<none>";
 }
 
-std::vector<float> Values(const PSignals& set, const char* name) {
+std::vector<float> Values(const PSignals& set, const char* name)
+{
     const PSignal* s = set.FindSignal(name);
     return s ? std::vector<float>(s->data, s->data + s->count) : std::vector<float>();
 }
 
-TEST_F(IbtTest, MapsChannelsOntoTheSystemsNamesInAFixedOrder) {
+TEST_F(IbtTest, MapsChannelsOntoTheSystemsNamesInAFixedOrder)
+{
     PSignals set;
     ASSERT_TRUE(Load(set, Fixture().Build())) << err;
     EXPECT_EQ("time distance velocity rpm gear throttle brake steering acc_x acc_z lap sector SessionTime "
@@ -209,7 +219,8 @@ TEST_F(IbtTest, MapsChannelsOntoTheSystemsNamesInAFixedOrder) {
     }
 }
 
-TEST_F(IbtTest, ReadsValuesWithTheirFactorsAndTypes) {
+TEST_F(IbtTest, ReadsValuesWithTheirFactorsAndTypes)
+{
     PSignals set;
     ASSERT_TRUE(Load(set, Fixture().Build())) << err;
     using V = std::vector<float>;
@@ -232,7 +243,8 @@ TEST_F(IbtTest, ReadsValuesWithTheirFactorsAndTypes) {
     EXPECT_TRUE(set.FindSignal("DriverTag") == nullptr); // text
 }
 
-TEST_F(IbtTest, GivesUnitsAndPropertiesFromTheSessionText) {
+TEST_F(IbtTest, GivesUnitsAndPropertiesFromTheSessionText)
+{
     PSignals set;
     ASSERT_TRUE(Load(set, Fixture().Build())) << err;
     EXPECT_EQ("m/s", Meta(set, "unit.velocity"));
@@ -251,7 +263,8 @@ TEST_F(IbtTest, GivesUnitsAndPropertiesFromTheSessionText) {
     EXPECT_EQ("60 Hz", Property(set, "samplerate"));
 }
 
-TEST_F(IbtTest, IsKnownByItsHead) {
+TEST_F(IbtTest, IsKnownByItsHead)
+{
     const std::string good = Fixture().Build();
     auto Looks = [](const std::string& b) {
         return PLooksLikeIbt(reinterpret_cast<const uint8_t*>(b.data()), b.size());
@@ -270,11 +283,13 @@ struct Damage {
     const char* report;
 };
 
-size_t VarAt(int i) {
+size_t VarAt(int i)
+{
     return 144 + 144 * size_t(i);
 }
 
-TEST_F(IbtTest, RefusesADamagedFileWithItsReportAndKeepsTheSet) {
+TEST_F(IbtTest, RefusesADamagedFileWithItsReportAndKeepsTheSet)
+{
     const std::string good = Fixture().Build();
     const Damage cases[] = {
         {"cut in the header", [](std::string& b) { b.resize(100); },
@@ -342,7 +357,8 @@ TEST_F(IbtTest, RefusesADamagedFileWithItsReportAndKeepsTheSet) {
     }
 }
 
-TEST_F(IbtTest, RefusesEveryCutOffCopy) {
+TEST_F(IbtTest, RefusesEveryCutOffCopy)
+{
     const std::string good = Fixture().Build();
     for (size_t n = 0; n < good.size(); n++) {
         PSignals set;
@@ -351,7 +367,8 @@ TEST_F(IbtTest, RefusesEveryCutOffCopy) {
     }
 }
 
-TEST_F(IbtTest, RefusesVariablesThatShareTheirBytes) {
+TEST_F(IbtTest, RefusesVariablesThatShareTheirBytes)
+{
     IbtWriter w;
     w.records = 4;
     for (int i = 0; i < 8; i++)
@@ -367,7 +384,8 @@ TEST_F(IbtTest, RefusesVariablesThatShareTheirBytes) {
     EXPECT_EQ(0, set.signalCount);
 }
 
-TEST_F(IbtTest, KeepsDuplicateNamesOnce) {
+TEST_F(IbtTest, KeepsDuplicateNamesOnce)
+{
     IbtWriter w = Fixture();
     w.vars.push_back({"Speed", "km/h", T_FLOAT, 1, {9, 9, 9, 9, 9}});   // mapped from the first already
     w.vars.push_back({"distance", "m", T_FLOAT, 1, {8, 8, 8, 8, 8}});   // the name of a mapped signal
@@ -389,7 +407,8 @@ struct TextCase {
     bool sector;
 };
 
-TEST_F(IbtTest, ScansAnyTextWithoutTrustingIt) {
+TEST_F(IbtTest, ScansAnyTextWithoutTrustingIt)
+{
     const std::string huge(200000, 'x');
     const char nulText[] = "WeekendInfo:\n TrackDisplayName: A\0B\nSplitTimeInfo:\n SectorStartPct: 0\n";
     const std::string nul(nulText, sizeof nulText - 1);
@@ -424,7 +443,8 @@ TEST_F(IbtTest, ScansAnyTextWithoutTrustingIt) {
     }
 }
 
-TEST_F(IbtTest, LeavesOutVariablesPastTheSignalLimit) {
+TEST_F(IbtTest, LeavesOutVariablesPastTheSignalLimit)
+{
     IbtWriter w;
     w.records = 1;
     for (int i = 0; i < 1100; i++)
@@ -437,7 +457,8 @@ TEST_F(IbtTest, LeavesOutVariablesPastTheSignalLimit) {
     EXPECT_EQ(998.0f, set.signals[999]->data[0]);
 }
 
-TEST_F(IbtTest, EveryFailedAllocationEndsCleanly) {
+TEST_F(IbtTest, EveryFailedAllocationEndsCleanly)
+{
     const std::string good = Fixture().Build();
     for (int nth = 1;; nth++) {
         SCOPED_TRACE(nth);
@@ -464,7 +485,8 @@ TEST_F(IbtTest, EveryFailedAllocationEndsCleanly) {
 
 // The recording in the shared data folder, where it exists, against the table made from it by the
 // converter there: every column of the table has its channel, with the same values in every row.
-TEST_F(IbtTest, ReadsTheRealRecordingLikeTheTableMadeFromIt) {
+TEST_F(IbtTest, ReadsTheRealRecordingLikeTheTableMadeFromIt)
+{
     const std::string folder = "/work/shared/data/";
     const std::string bytes = ReadFile(folder + "iracing_amg_spielberg.source.ibt");
     const std::string table = ReadFile(folder + "iracing_amg_spielberg.tsv");

@@ -195,18 +195,23 @@ void WriteResampled(PTextOut& out, const PSignals& set, const ToolLaps& laps, co
     TableState state;
     FillRows(set, laps, columns, &sample[0], int(sample.size()), &source[0], &state);
 
+    // The rows' times in double from their indices: the float column would move the points by
+    // its rounding, and a value that falls on a row would come out a little off.
+    const double step = double(ToolStep(set));
+    std::vector<double> at(sample.size());
+    for (size_t i = 0; i < sample.size(); i++) at[i] = double(sample[i] - sample[0]) * step;
+
     std::vector<float> row(width);
     const size_t rowBytes = RowBytes(int(width));
     const size_t rows = sample.size();
-    const double end = double(source[(rows - 1) * width + TIME_COLUMN]);
     size_t j = 0;
     for (long long i = 0;; i++) {
         const double t = double(i) / hz;
-        if (t > end + 1e-9) break;
-        while (j + 1 < rows && double(source[(j + 1) * width + TIME_COLUMN]) <= t) j++;
+        if (t > at[rows - 1] + 1e-9) break;
+        while (j + 1 < rows && at[j + 1] <= t + 1e-9) j++;
         const float* a = &source[j * width];
         const float* b = j + 1 < rows ? a + width : a;
-        const double ta = double(a[TIME_COLUMN]), tb = double(b[TIME_COLUMN]);
+        const double ta = at[j], tb = j + 1 < rows ? at[j + 1] : ta;
         const double f = tb > ta ? (t - ta) / (tb - ta) : 0.0;
         for (size_t c = 0; c < width; c++) row[c] = float(double(a[c]) + (double(b[c]) - double(a[c])) * f);
         row[TIME_COLUMN] = float(t);
@@ -323,11 +328,12 @@ std::vector<Range> Select(const PSignals& set, const ToolLaps& laps, int lap, co
     if (lap == -1) ranges.push_back(Range{0, ToolRows(set)});
     for (const ToolLap& l : laps.laps)
         if (lap != -1 && l.number == lap) ranges.push_back(Range{l.first, l.end});
-    const double step = double(ToolStep(set));
+    // A row's time as the table computes it, so that "--to 2" takes the row that reads 2.000000.
+    const float step = ToolStep(set);
     std::vector<Range> cut;
     for (Range r : ranges) {
-        while (r.first < r.end && double(r.first) * step < options.from) r.first++;
-        while (r.end > r.first && double(r.end - 1) * step > options.to) r.end--;
+        while (r.first < r.end && double(float(r.first) * step) < options.from) r.first++;
+        while (r.end > r.first && double(float(r.end - 1) * step) > options.to) r.end--;
         if (r.first < r.end) cut.push_back(r);
     }
     return cut;
@@ -419,6 +425,12 @@ bool ToolExport(PSignals& set, const ToolExportOptions& options, const AsciiExpo
             QERROR("sgftool: %s has no lap %d (%d laps)", set.fileName.cstr(), lap, int(laps.laps.size()));
             return false;
         }
+    }
+
+    // The text export picks its rows by the signal 'lap' alone.
+    if (options.format == TOOL_TEXT && (lap != -1 || options.splitLaps) && !laps.fromLapSignal) {
+        QERROR("sgftool: %s has no signal 'lap', by which the text table picks laps", set.fileName.cstr());
+        return false;
     }
 
     bool ok = true;

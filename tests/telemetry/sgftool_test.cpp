@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -261,4 +262,74 @@ TEST(SgfToolTest, UnknownChannelListsTheChannels)
     r = Tool(dir, "export laps.sgf --channels lap,velocity -o -");
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "time,distance,lapdist,lap,velocity");
+}
+
+TEST(SgfToolTest, OptionsPickRowsAndColumns)
+{
+    const struct {
+        const char* args;
+        const char* header;
+        size_t rows;
+        const char* firstRow; // the first row after the header
+        const char* lastRow;
+    } cases[] = {
+        {"--fastest", "time,distance,lapdist,velocity,lap", 60, "0.000000,0.000000,0.000000,10.000000,3.000000",
+         "5.900001,59.000000,59.000000,10.000000,3.000000"}, // 14.9 - 9.0 in floats, as the text export
+
+        {"--from 1 --to 2", "time,distance,lapdist,velocity,lap", 11, "0.000000,10.000000,10.000000,10.000000,1.000000",
+         "1.000000,20.000000,20.000000,10.000000,1.000000"},
+        // Lap 2 at 20 Hz: halfway values between the rows, the last row where the lap's time ends.
+        {"--lap 2 --resample 20", "time,distance,lapdist,velocity,lap", 99,
+         "0.000000,0.000000,0.000000,10.000000,2.000000", "4.900000,49.000000,49.000000,10.000000,2.000000"},
+        {"--channels lap --units --format tsv", "time[s]\tdistance[m]\tlapdist[m]\tlap", 150,
+         "0.000000\t0.000000\t0.000000\t1.000000", "14.900001\t59.000000\t59.000000\t3.000000"},
+        {"--modifier mod.txt", "Zeit,distance,lapdist,speed", 150, "0.000000,0.000000,0.000000,36.000000",
+         "14.900001,59.000000,59.000000,36.000000"},
+    };
+    for (const auto& c : cases) {
+        TempDir dir;
+        ASSERT_TRUE(ThreeLaps(true, false).Save(dir.File("run.sgf")));
+        WriteFile(dir.File("mod.txt"), "time Zeit 1\nvelocity speed 3.6\nlap - 1\n");
+        RunResult r = Tool(dir, std::string("export run.sgf -o - ") + c.args);
+        ASSERT_EQ(r.exitCode, 0) << c.args << "\n" << r.err;
+        std::vector<std::string> lines;
+        std::istringstream in(r.out);
+        for (std::string line; std::getline(in, line);) lines.push_back(line);
+        ASSERT_EQ(lines.size(), c.rows + 1) << c.args;
+        EXPECT_EQ(lines[0], c.header) << c.args;
+        EXPECT_EQ(lines[1], c.firstRow) << c.args;
+        EXPECT_EQ(lines.back(), c.lastRow) << c.args;
+        if (std::string(c.args) == "--lap 2 --resample 20") {
+            EXPECT_EQ(lines[2], "0.050000,0.500000,0.500000,10.000000,2.000000");
+        }
+    }
+}
+
+TEST(SgfToolTest, FolderOfOutputsInWorkerProcessesWithMeta)
+{
+    TempDir dir;
+    ASSERT_TRUE(ThreeLaps(true, false).Save(dir.File("a.sgf")));
+    ASSERT_TRUE(ThreeLaps(false, true).Save(dir.File("b.sgf")));
+    ASSERT_TRUE(Small().Save(dir.File("c.sgf")));
+    ASSERT_EQ(Tool(dir, "export a.sgf b.sgf c.sgf").exitCode, 0); // beside the inputs, one at a time
+    std::filesystem::create_directory(dir.File("out"));
+    RunResult r = Tool(dir, "export a.sgf b.sgf c.sgf none.sgf -o out -j 3 --meta");
+    EXPECT_EQ(r.exitCode, 1) << r.err;
+    for (const char* name : {"a", "b", "c"}) {
+        const std::string table = ReadFile(dir.File(std::string("out/") + name + ".csv"));
+        EXPECT_GT(table.size(), 50u) << name;
+        EXPECT_EQ(table, ReadFile(dir.File(std::string(name) + ".csv"))) << name;
+        EXPECT_TRUE(FileExists(dir.File(std::string("out/") + name + ".csv.meta.json"))) << name;
+    }
+    EXPECT_FALSE(FileExists(dir.File("out/none.csv")));
+    EXPECT_TRUE(Has(ReadFile(dir.File("out/a.csv.meta.json")), "\"metaproperties\": {\n    \"unit.velocity\": \"m/s\",\n"));
+    EXPECT_TRUE(Has(ReadFile(dir.File("out/c.csv.meta.json")),
+                    "  \"properties\": {\n    \"car\": \"a\"\n  },\n  \"metaproperties\": {},\n  \"columns\": [\n"
+                    "    {\"name\": \"time\", \"unit\": \"s\"},\n"));
+    if (RunCommand("command -v python3", "/").exitCode == 0) {
+        for (const char* name : {"a", "b", "c"}) {
+            const std::string check = "python3 -c 'import json; json.load(open(\"out/" + std::string(name) + ".csv.meta.json\"))'";
+            EXPECT_EQ(RunCommand(check, dir.Path()).exitCode, 0) << name;
+        }
+    }
 }

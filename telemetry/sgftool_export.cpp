@@ -265,7 +265,9 @@ void WriteMeta(PTextOut& out, const PSignals& set, const std::vector<Column>& co
     char number[64];
     out.Text("{\n  \"source\": ");
     WriteJsonString(out, set.fileName.cstr());
-    std::snprintf(number, sizeof number, ",\n  \"step\": %.9g,\n", double(ToolStep(set)));
+    const double step = double(ToolStep(set));
+    if (std::isfinite(step)) std::snprintf(number, sizeof number, ",\n  \"step\": %.9g,\n", step);
+    else std::snprintf(number, sizeof number, ",\n  \"step\": null,\n"); // JSON has no NaN
     out.Text(number);
     WritePairsJson(out, "properties", set.propertyName, set.propertyValue, set.propertyCount);
     WritePairsJson(out, "metaproperties", set.metaName, set.metaValue, set.metaCount);

@@ -443,6 +443,7 @@ bool ToolExport(PSignals& set, const ToolExportOptions& options, const AsciiExpo
             for (int n : done) seen = seen || n == l.number;
             if (seen) continue;
             done.push_back(l.number);
+            if (options.format != TOOL_TEXT && Select(set, laps, l.number, options).empty()) continue; // outside --from/--to
             ok = WriteOne(set, laps, options, modifier, columns, l.number, LapName(output, l.number), inputs) && ok;
         }
     } else {

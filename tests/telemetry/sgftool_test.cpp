@@ -191,6 +191,14 @@ TEST(SgfToolTest, SplitLapsWritesOneTablePerLap)
     }
     EXPECT_FALSE(FileExists(dir.File("run.tsv")));
     EXPECT_FALSE(FileExists(dir.File("run.lap04.tsv")));
+
+    // Into a folder, and only the laps that reach into the time window (lap 2 runs from 4 to 8.9 s).
+    std::filesystem::create_directory(dir.File("out"));
+    r = Tool(dir, "export run.sgf --split-laps -o out --from 5 --to 8.5");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_FALSE(FileExists(dir.File("out/run.lap01.csv")));
+    EXPECT_EQ(size_t(Occurrences(ReadFile(dir.File("out/run.lap02.csv")), "\n")), 37u); // head, 5.0 to 8.5 s
+    EXPECT_FALSE(FileExists(dir.File("out/run.lap03.csv"))); // from 9 s on
 }
 
 TEST(SgfToolTest, CsvReadsBackWithPythonsCsvModule)
@@ -233,7 +241,8 @@ TEST(SgfToolTest, RefusesToWriteOverAnInputOrIntoAMissingFolder)
                  {"ln -s run.sgf run.csv; ", "export run.sgf", "it is the input"},
                  {"", "export run.txt --format text", "refusing to write 'run.txt'"},
                  {"", "export run.sgf -o nodir/", "the output folder 'nodir/' does not exist"},
-                 {"", "export run.sgf -o nodir/out.csv", "can't open 'nodir/out.csv' for writing"}};
+                 {"", "export run.sgf -o nodir/out.csv", "can't open 'nodir/out.csv' for writing"},
+                 {"mkdir a out; cp run.sgf a/; ", "export a/run.sgf run.sgf -o out", "two recordings would be written to 'out/run.csv'"}};
     for (const auto& c : cases) {
         TempDir dir;
         ASSERT_TRUE(Small().Save(dir.File("run.sgf")));
@@ -246,6 +255,7 @@ TEST(SgfToolTest, RefusesToWriteOverAnInputOrIntoAMissingFolder)
         EXPECT_TRUE(ReadFile(dir.File("run.sgf")) == recording) << c.args;
         EXPECT_EQ(ReadFile(dir.File("run.txt")), "Time\tLAP_DI\n0\t1\n");
         EXPECT_FALSE(FileExists(dir.File("nodir")));
+        EXPECT_FALSE(FileExists(dir.File("out/run.csv")));
     }
 }
 

@@ -89,6 +89,13 @@ bool ParseDouble(const char* text, double* value)
     return true;
 }
 
+bool IsValueOption(const std::string& a)
+{
+    for (const char* o : {"-o", "--format", "--lap", "--channels", "--modifier", "--from", "--to", "--resample", "-j"})
+        if (a == o) return true;
+    return false;
+}
+
 std::string BaseName(const std::string& path)
 {
     const size_t slash = path.find_last_of('/');
@@ -159,7 +166,7 @@ int Info(int argc, char** argv)
             std::fputs(infoUsage, stdout);
             return 0;
         }
-        if (argv[i][0] == '-' && argv[i][1]) return Usage(infoUsage, (std::string("unknown option ") + argv[i]).c_str());
+        if (argv[i][0] == '-') return Usage(infoUsage, (std::string("unknown option ") + argv[i]).c_str());
         inputs.push_back(argv[i]);
     }
     if (inputs.empty()) return Usage(infoUsage, "no recording given");
@@ -200,7 +207,9 @@ int Export(int argc, char** argv)
         else if (a == "--split-laps") o.splitLaps = true;
         else if (a == "--units") o.units = textOnly = true;
         else if (a == "--meta") o.meta = true;
-        else if (a == "-" || a[0] != '-') job.inputs.push_back(a);
+        else if (a == "-") return Usage(exportUsage, "recordings are read from files, not from standard input");
+        else if (a[0] != '-') job.inputs.push_back(a);
+        else if (!IsValueOption(a)) return Usage(exportUsage, ("unknown option " + a).c_str());
         else if (!hasValue) return Usage(exportUsage, (a + " needs a value").c_str());
         else {
             i++;

@@ -112,27 +112,25 @@ std::string Stem(const std::string& path)
     return path.substr(0, dot);
 }
 
-// A line on standard error saying how far a long run is, only for a person watching a terminal.
+// Lines on standard error saying how far a long run is, only for a person watching a terminal:
+// at most one a second, and the last. Whole lines, since the imports report on the same stream.
 struct Progress {
     int total = 0;
     int done = 0;
-    bool shown = false;
     bool terminal = false;
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+    double shownAt = 0.0; // seconds since the start of the last line; 0: none yet
 
     void Step()
     {
         done++;
         if (!terminal || total < 2) return;
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (seconds < 1.0 && !shown) return;
-        std::fprintf(stderr, "\rsgftool: %d of %d recordings done", done, total);
+        if (seconds < shownAt + 1.0 && done < total) return;
+        if (shownAt == 0.0 && seconds < 1.0) return; // a short run says nothing
+        std::fprintf(stderr, "sgftool: %d of %d recordings done (%.0f s)\n", done, total, seconds);
         std::fflush(stderr);
-        shown = true;
-    }
-    void End()
-    {
-        if (shown) std::fprintf(stderr, "\n");
+        shownAt = seconds;
     }
 };
 
@@ -309,7 +307,6 @@ int Export(int argc, char** argv)
             job.progress.Step();
         }
     }
-    job.progress.End();
     delete job.modifier;
     return failed ? 1 : 0;
 }

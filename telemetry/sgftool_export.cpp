@@ -3,7 +3,8 @@
 // CSV follows RFC 4180 with LF line ends (what pandas, numpy and the csv module read): one line
 // of column names, quoted where they hold the separator, a quote or a line end, then one line per
 // row. Numbers are those of the text export ("%f" of the float), written by its row formatter, so
-// that both roads cost the same. TSV is the same with tabs.
+// that both roads cost the same; a row past the end of a signal shorter than the first has "nan"
+// there, which the readers take for a missing value. TSV is the same with tabs.
 //
 // The computed columns lead: time (from the first written row), distance (forced to rise, as in
 // the text export) and lapdist (see sgftool_laps.cpp); the recording's other channels follow in

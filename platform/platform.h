@@ -100,4 +100,12 @@ bool PlatformOutputCommit(PlatformOutput* out);
 // Closes and removes the temporary file; the old file stands. Frees 'out'; null is ignored.
 void PlatformOutputAbandon(PlatformOutput* out);
 
+// Runs work(index, context) for every index from 0 to count-1, each in a child process of its own,
+// at most 'parallel' at once; a child ends with the work's result as its exit status. 'done' (may
+// be null) runs in this process as each child ends, with its index and whether its status was 0.
+// A child that can't be started has its work run here instead, after a warning. Returns the number
+// of works that failed (a status other than 0, or a child ended by a signal).
+int PlatformRunChildren(int count, int parallel, int (*work)(int index, void* context),
+                        void (*done)(int index, bool ok, void* context), void* context);
+
 } // namespace tarvik

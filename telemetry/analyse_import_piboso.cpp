@@ -84,11 +84,12 @@ void CarryValues(CsvTable& table, int column)
     }
 }
 
-// The median of the positive steps between stamps, 0 if there is none.
+// The median of the positive steps between stamps, 0 if there is none, -1 out of memory.
 double MedianStep(const double* t, int rows)
 {
     CsvArray<double> steps;
-    if (rows < 2 || !steps.Reserve(size_t(rows))) return 0.0;
+    if (rows < 2) return 0.0;
+    if (!steps.Reserve(size_t(rows))) return -1.0;
     int n = 0;
     for (int r = 1; r < rows; r++)
         if (t[r] > t[r - 1]) steps.items[n++] = t[r] - t[r - 1];
@@ -98,11 +99,11 @@ double MedianStep(const double* t, int rows)
 }
 
 // The beacon times of the head, sorted. The list is one cell; with comma decimals its numbers
-// are parted by ';' or spaces only.
+// are parted by ';' or spaces only. -1 out of memory.
 int ReadBeacons(const char* text, bool commaDecimal, CsvArray<double>& beacons)
 {
     size_t length = std::strlen(text);
-    if (!beacons.Reserve(length / 2 + 1)) return 0;
+    if (!beacons.Reserve(length / 2 + 1)) return -1;
     int n = 0;
     char number[64];
     for (const char* p = text; *p;) {
@@ -184,8 +185,21 @@ bool PImportPibosoCsv(PSignals& set, const char* name, const uint8_t* data, size
             step = 1.0 / rate;
         else
             step = MedianStep(table->values.items + size_t(timeColumn) * size_t(table->rows), table->rows);
-        if (!(step > 0.0)) {
+        if (step < 0.0) {
+            QERROR("%s: out of memory for %d rows (%s)", reader, table->rows, name);
+            ok = false;
+        } else if (!(step > 0.0)) {
             QERROR("%s: no sample rate in the head and no time step in the rows (%s)", reader, name);
+            ok = false;
+        }
+    }
+    CsvArray<double> beacons;
+    int beaconCount = 0;
+    if (ok) {
+        const char* beaconText = table->Head("Beacon Markers");
+        beaconCount = beaconText ? ReadBeacons(beaconText, layout.commaDecimal, beacons) : 0;
+        if (beaconCount < 0) {
+            QERROR("%s: out of memory for the beacons (%s)", reader, name);
             ok = false;
         }
     }
@@ -241,9 +255,6 @@ bool PImportPibosoCsv(PSignals& set, const char* name, const uint8_t* data, size
         if (table->badCells)
             QWARNING("%s: %d cells that aren't numbers carry the value before them (%s)", reader, table->badCells, name);
 
-        CsvArray<double> beacons;
-        const char* beaconText = table->Head("Beacon Markers");
-        const int beaconCount = beaconText ? ReadBeacons(beaconText, layout.commaDecimal, beacons) : 0;
         const double* raw = table->values.items + size_t(timeColumn) * size_t(table->rows);
         const double* dist = table->values.items + size_t(distanceColumn) * size_t(table->rows);
         for (int i = 0; i < count; i++) {

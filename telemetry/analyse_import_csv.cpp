@@ -26,7 +26,7 @@ bool SameText(const char* a, const char* b)
 }
 
 // Memory allowed beyond what the file's size accounts for: room for a short file's tables.
-const long long spareSamples = 4LL << 20;
+const long long spareSamples = 1LL << 20;
 
 } // namespace
 
@@ -269,6 +269,13 @@ bool CsvReadTable(CsvTable& table, const CsvLayout& layout, const char* reader, 
         return false;
     }
     return true;
+}
+
+float CsvFloat(double value)
+{
+    if (value > FLT_MAX) return FLT_MAX;
+    if (value < -FLT_MAX) return -FLT_MAX;
+    return float(value);
 }
 
 bool CsvUnitFactor(CsvKind kind, const char* unit, double usual, double* factor)

@@ -119,6 +119,10 @@ struct CsvTable {
 bool CsvReadTable(CsvTable& table, const CsvLayout& layout, const char* reader, const char* name,
                   const uint8_t* data, size_t size);
 
+// A sample as a float; a value beyond the float range (a huge cell times a unit's factor) is cut
+// to the largest float rather than left to an undefined conversion.
+float CsvFloat(double value);
+
 // The factor from a channel's unit to this system's unit, for the kinds of mapped channels.
 enum CsvKind { CSV_PLAIN, CSV_SPEED, CSV_ACCEL, CSV_PERCENT, CSV_ANGLE, CSV_LENGTH };
 // False for a unit this system can't convert; an empty unit takes 'usual'.

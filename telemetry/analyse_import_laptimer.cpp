@@ -10,7 +10,7 @@
 // falls on a sample, and a lap starts at distance 0 there. Values between two rows of a channel
 // are interpolated linearly from that channel's own cells, so an empty cell is bridged by its
 // neighbours; before the first cell and after the last the value holds. Counters and headings
-// (lap, fix, satellites, bearing) hold the last value instead of blending two. Rows without a time
+// (lap, sector, fix, satellites, bearing) hold the last value instead of blending two. Rows without a time
 // or with a time before the row above are left out. A short row reads its missing cells as empty;
 // cells beyond the names are ignored.
 //
@@ -57,7 +57,7 @@ const Mapping mappings[] = {
     {"lap_number", "lap", "-", CSV_PLAIN, 1.0, ROLE_HOLD},
 };
 
-const char* const heldColumns[] = {"fragment_id", "fix_type", "satellites", "bearing"};
+const char* const heldColumns[] = {"fragment_id", "fix_type", "satellites", "bearing", "sector"};
 
 bool IsNames(const CsvRow& row)
 {
@@ -240,8 +240,9 @@ bool PImportLapTimerCsv(PSignals& set, const char* name, const uint8_t* data, si
     const double first = ok ? w->times.items[0] : 0.0, lastTime = ok ? w->times.items[kept - 1] : 0.0;
     const double crossing = crossings > 0 ? w->crossT.items[0] : first;
     const double before = std::floor((crossing - first) / step + 1e-9);
-    const double span = (lastTime - crossing) / step;
-    long long samples = ok ? (long long)before + (long long)std::floor(span + 1e-9) + 1 : 0;
+    // In doubles until it is known to fit: stamps may lie up to the float range apart.
+    const double wanted = before + std::floor((lastTime - crossing) / step + 1e-9) + 1.0;
+    const long long samples = ok && wanted <= double(INT_MAX / 8) ? (long long)wanted : 0;
     auto timeOf = [&](int i) { return crossing + (double(i) - before) * step; };
 
     CsvChannel* channels = nullptr;
@@ -313,13 +314,13 @@ bool PImportLapTimerCsv(PSignals& set, const char* name, const uint8_t* data, si
             kept2++;
         }
         count = kept2;
-        if (samples > INT_MAX / 8 || !CsvSamplesFit(samples * count, size)) {
+        if (samples == 0 || !CsvSamplesFit(samples * count, size)) {
             QERROR("%s: %d rows over %.1f s make too many samples at %g s apart - refusing to load (%s)", reader, kept,
                    lastTime - first, step, name);
             ok = false;
         }
     }
-    if (ok) ok = CsvAddSignals(set, channels, count, int(samples), float(step), reader, name);
+    if (ok) ok = CsvAddSignals(set, channels, count, int(samples), CsvFloat(step), reader, name);
 
     if (ok) {
         CsvReportDropped(table.dropped, reader, name);
@@ -342,7 +343,7 @@ bool PImportLapTimerCsv(PSignals& set, const char* name, const uint8_t* data, si
             CsvChannel& ch = channels[i];
             float* out = ch.signal->data;
             if (ch.role == ROLE_TIME) {
-                for (int s = 0; s < n; s++) out[s] = float(s * step);
+                for (int s = 0; s < n; s++) out[s] = CsvFloat(s * step);
                 continue;
             }
             if (ch.role == ROLE_LAPTIME) {
@@ -351,7 +352,7 @@ bool PImportLapTimerCsv(PSignals& set, const char* name, const uint8_t* data, si
                 for (int s = 0; s < n; s++) {
                     const double t = timeOf(s);
                     while (k < crossings && w->crossT.items[k] <= t) start = w->crossT.items[k++];
-                    out[s] = float(t - start);
+                    out[s] = CsvFloat(t - start);
                 }
                 continue;
             }
@@ -367,7 +368,7 @@ bool PImportLapTimerCsv(PSignals& set, const char* name, const uint8_t* data, si
                     while (k < crossings && w->crossT.items[k] <= t) base = w->crossD.items[k++];
                     value -= base;
                 }
-                out[s] = float(value * ch.factor);
+                out[s] = CsvFloat(value * ch.factor);
             }
         }
 

@@ -244,7 +244,7 @@ bool PImportPibosoCsv(PSignals& set, const char* name, const uint8_t* data, size
             CsvUniqueName(channels, count + 1, count, nullptr);
             count++;
         }
-        ok = CsvAddSignals(set, channels, count, table->rows, float(step), reader, name);
+        ok = CsvAddSignals(set, channels, count, table->rows, CsvFloat(step), reader, name);
     }
     if (ok) {
         CsvReportDropped(table->dropped, reader, name);
@@ -261,10 +261,10 @@ bool PImportPibosoCsv(PSignals& set, const char* name, const uint8_t* data, size
             CsvChannel& ch = channels[i];
             float* out = ch.signal->data;
             if (ch.role == ROLE_TIME) {
-                for (int r = 0; r < table->rows; r++) out[r] = float(r * step);
+                for (int r = 0; r < table->rows; r++) out[r] = CsvFloat(r * step);
             } else if (ch.role == ROLE_COLUMN) {
                 const double* v = table->values.items + size_t(ch.column) * size_t(table->rows);
-                for (int r = 0; r < table->rows; r++) out[r] = float(v[r] * ch.factor);
+                for (int r = 0; r < table->rows; r++) out[r] = CsvFloat(v[r] * ch.factor);
             } else {
                 int lap = 0;
                 double lapStart = 0.0;
@@ -276,7 +276,7 @@ bool PImportPibosoCsv(PSignals& set, const char* name, const uint8_t* data, size
                         lap++;
                         lapStart = raw[r];
                     }
-                    out[r] = ch.role == ROLE_LAP ? float(lap) : float(raw[r] - lapStart);
+                    out[r] = ch.role == ROLE_LAP ? float(lap) : CsvFloat(raw[r] - lapStart);
                 }
             }
         }

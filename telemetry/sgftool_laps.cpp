@@ -1,10 +1,11 @@
 // Laps of a recording and the distance within each lap.
 //
 // Laps come from the signal 'lap' (runs of one rounded value) where there is one, else from the
-// resets of 'distance'. The lap distance is the recording's distance less its value at the lap's
-// first row where the distance restarts with each lap; where it runs on, the velocity is
-// integrated from the lap's start (trapezoids over the step), and without a velocity the distance
-// is still subtracted.
+// resets of 'distance'. Where the distance restarts with each lap it already is the lap distance,
+// the logger's own, and is taken as it stands (it starts a little above 0, where the line was
+// crossed between two samples). Where it runs on through the laps, the velocity is integrated
+// from the lap's start (trapezoids over the step), and without a velocity the distance at the
+// lap's first row is subtracted.
 #include "telemetry/sgftool.h"
 
 #include "foundation/qstring.h"
@@ -106,7 +107,7 @@ void ToolFindLaps(const PSignals& set, ToolLaps* out)
                 d[k] = float(sum);
             }
         } else {
-            const float start = Sample(distance, l.first);
+            const float start = resets ? 0.0f : Sample(distance, l.first);
             for (int k = l.first; k < l.end; k++) d[k] = Sample(distance, k) - start;
         }
         l.distance = d[l.end - 1];

@@ -46,7 +46,9 @@ std::vector<std::vector<std::string>> ParseCsv(const std::string& text)
 // Three laps of 40, 50 and 60 samples at 10 m/s, 0.1 s apart: one metre a sample. 'distance'
 // restarts with each lap, or runs on (then the lap distance comes from the velocity); 'lap' is
 // there or the laps are found from the restarts.
-SgfWriter ThreeLaps(bool lapSignal, bool runsOn)
+// Laps of 40, 50 and 60 samples at 10 m/s. Unless it runs on, the distance restarts each lap at
+// 'offset': the line was crossed that far before the lap's first sample.
+SgfWriter ThreeLaps(bool lapSignal, bool runsOn, float offset = 0.0f)
 {
     SgfWriter w;
     w.timestep = 0.1f;
@@ -56,7 +58,7 @@ SgfWriter ThreeLaps(bool lapSignal, bool runsOn)
     for (int l = 0; l < 3; l++)
         for (int i = 0; i < lengths[l]; i++, k++) {
             time.push_back(float(k) * 0.1f);
-            distance.push_back(float(runsOn ? k : i) + 100.0f * float(runsOn));
+            distance.push_back(runsOn ? float(k) + 100.0f : float(i) + offset);
             velocity.push_back(10.0f);
             lap.push_back(float(l + 1));
         }
@@ -153,12 +155,14 @@ TEST(SgfToolTest, TextFormatIsWhatSgf2AsciiWrites)
 
 TEST(SgfToolTest, OneLapHasItsOwnDistanceFromZero)
 {
+    // A distance that restarts each lap is the logger's own lap distance and is taken as it stands.
     const struct {
         bool lapSignal, runsOn;
-    } cases[] = {{true, false}, {false, false}, {true, true}};
+        float offset;
+    } cases[] = {{true, false, 0.0f}, {false, false, 0.0f}, {true, true, 0.0f}, {true, false, 0.5f}};
     for (const auto& c : cases) {
         TempDir dir;
-        ASSERT_TRUE(ThreeLaps(c.lapSignal, c.runsOn).Save(dir.File("run.sgf")));
+        ASSERT_TRUE(ThreeLaps(c.lapSignal, c.runsOn, c.offset).Save(dir.File("run.sgf")));
         RunResult r = Tool(dir, "export run.sgf --lap 3 -o lap3.csv --units");
         ASSERT_EQ(r.exitCode, 0) << r.err;
         auto rows = ParseCsv(ReadFile(dir.File("lap3.csv")));
@@ -167,11 +171,12 @@ TEST(SgfToolTest, OneLapHasItsOwnDistanceFromZero)
         EXPECT_EQ(rows[0][2], "lapdist[m]");
         EXPECT_EQ(rows[0][3], "velocity[m/s]");
         for (size_t i = 1; i < rows.size(); i++) {
-            EXPECT_NEAR(std::stod(rows[i][2]), double(i - 1), 1e-3) << i; // lapdist: 0 to 59 m
+            EXPECT_NEAR(std::stod(rows[i][2]), double(i - 1) + c.offset, 1e-3) << i; // lapdist: 0 to 59 m
             EXPECT_NEAR(std::stod(rows[i][0]), double(i - 1) * 0.1, 1e-5) << i;
         }
 
         // The lap's own distance also in the summary, and the units of the meta-properties.
+        if (c.offset != 0.0f) continue;
         r = Tool(dir, "info run.sgf");
         EXPECT_TRUE(Has(r.out, "    velocity m/s             150             10             10\n")) << r.out;
         // Laps 1 and 2 cover less than 90% of lap 3's distance: they don't count as complete.

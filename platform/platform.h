@@ -100,11 +100,13 @@ bool PlatformOutputCommit(PlatformOutput* out);
 // Closes and removes the temporary file; the old file stands. Frees 'out'; null is ignored.
 void PlatformOutputAbandon(PlatformOutput* out);
 
-// Runs work(index, context) for every index from 0 to count-1, each in a child process of its own,
-// at most 'parallel' at once; a child ends with the work's result as its exit status. 'done' (may
-// be null) runs in this process as each child ends, with its index and whether its status was 0.
-// A child that can't be started has its work run here instead, after a warning. Returns the number
-// of works that failed (a status other than 0, or a child ended by a signal).
+// Runs work(index, context) for every index from 0 to count-1 in at most 'parallel' child
+// processes. Each child takes every parallel-th index and keeps its memory from one work to the
+// next (fresh memory costs page faults, which one core at a time serves on some machines); a work
+// succeeds when it returns 0. 'done' (may be null) runs in this process as each result comes in,
+// with its index and whether it succeeded. A child that can't be started has its works run here
+// instead, after a warning; the works of a child that dies unreported count as failed. Returns the
+// number of works that failed.
 int PlatformRunChildren(int count, int parallel, int (*work)(int index, void* context),
                         void (*done)(int index, bool ok, void* context), void* context);
 

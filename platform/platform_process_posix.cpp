@@ -3,6 +3,7 @@
 #include "platform/platform.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,59 +14,92 @@
 
 namespace tarvik {
 
+namespace {
+
+// One result on the pipe: 8 bytes, far below PIPE_BUF, so the children's writes never interleave.
+struct Result {
+    int32_t index;
+    int32_t ok;
+};
+
+bool WriteAll(int fd, const void* data, size_t n)
+{
+    const char* p = static_cast<const char*>(data);
+    while (n > 0) {
+        ssize_t w = write(fd, p, n);
+        if (w < 0 && errno == EINTR) continue;
+        if (w <= 0) return false;
+        p += w;
+        n -= size_t(w);
+    }
+    return true;
+}
+
+} // namespace
+
 int PlatformRunChildren(int count, int parallel, int (*work)(int index, void* context),
                         void (*done)(int index, bool ok, void* context), void* context)
 {
+    if (count <= 0) return 0;
     if (parallel < 1) parallel = 1;
-    std::vector<pid_t> pids;  // running children
-    std::vector<int> indices; // their work's index
-    int failed = 0, next = 0;
-    while (next < count || !pids.empty()) {
-        while (next < count && int(pids.size()) < parallel) {
-            const int index = next++;
-            std::fflush(nullptr); // buffered output would otherwise be written twice
-            const pid_t pid = fork();
-            if (pid == 0) {
-                const int result = work(index, context);
+    if (parallel > count) parallel = count;
+    std::vector<char> reported(size_t(count), 0);
+    int failed = 0;
+    auto report = [&](int index, bool ok) {
+        if (index < 0 || index >= count || reported[size_t(index)]) return;
+        reported[size_t(index)] = 1;
+        if (!ok) failed++;
+        if (done) done(index, ok, context);
+    };
+
+    int fds[2];
+    if (pipe(fds) != 0) {
+        std::fprintf(stderr, "[Warning] can't start processes (%s); working here instead\n", std::strerror(errno));
+        for (int i = 0; i < count; i++) report(i, work(i, context) == 0);
+        return failed;
+    }
+    std::vector<pid_t> pids;
+    std::vector<int> local; // shares of children that could not be started
+    for (int w = 0; w < parallel; w++) {
+        std::fflush(nullptr); // buffered output would otherwise be written twice
+        const pid_t pid = fork();
+        if (pid == 0) {
+            close(fds[0]);
+            for (int i = w; i < count; i += parallel) {
+                const Result r = {i, work(i, context) == 0};
                 std::fflush(nullptr);
-                _exit(result & 0xFF);
+                if (!WriteAll(fds[1], &r, sizeof r)) break;
             }
-            if (pid < 0) {
-                std::fprintf(stderr, "[Warning] can't start a process (%s); working here instead\n",
-                             std::strerror(errno));
-                const bool ok = work(index, context) == 0;
-                if (!ok) failed++;
-                if (done) done(index, ok, context);
-                continue;
-            }
+            _exit(0);
+        }
+        if (pid < 0) {
+            std::fprintf(stderr, "[Warning] can't start a process (%s); working here instead\n", std::strerror(errno));
+            local.push_back(w);
+        } else {
             pids.push_back(pid);
-            indices.push_back(index);
-        }
-        if (pids.empty()) continue;
-        int status = 0;
-        const pid_t ended = waitpid(-1, &status, 0);
-        if (ended < 0) {
-            if (errno == EINTR) continue;
-            // No child left to wait for: count the ones still listed as lost.
-            for (size_t i = 0; i < pids.size(); i++) {
-                failed++;
-                if (done) done(indices[i], false, context);
-            }
-            pids.clear();
-            indices.clear();
-            continue;
-        }
-        for (size_t i = 0; i < pids.size(); i++) {
-            if (pids[i] != ended) continue;
-            const bool ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-            if (!ok) failed++;
-            const int index = indices[i];
-            pids.erase(pids.begin() + long(i));
-            indices.erase(indices.begin() + long(i));
-            if (done) done(index, ok, context);
-            break;
         }
     }
+    close(fds[1]);
+    for (int w : local)
+        for (int i = w; i < count; i += parallel) report(i, work(i, context) == 0);
+
+    // Results as they come, until every child has closed its end.
+    Result r;
+    size_t have = 0;
+    for (;;) {
+        ssize_t n = read(fds[0], reinterpret_cast<char*>(&r) + have, sizeof r - have);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        have += size_t(n);
+        if (have < sizeof r) continue;
+        report(r.index, r.ok != 0);
+        have = 0;
+    }
+    close(fds[0]);
+    for (pid_t pid : pids)
+        while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+        }
+    for (int i = 0; i < count; i++) report(i, false); // only those of a child that died unreported
     return failed;
 }
 

@@ -63,17 +63,29 @@ uint8_t* ReadWhole(const char* name, size_t* size)
 
 bool PImportAny(PSignals& set, const char* fileName)
 {
-    size_t size = 0;
-    uint8_t* data = ReadWhole(fileName, &size);
-    if (!data) return false;
+    // Every reader knows its files by their first bytes, so only those are read to ask; a recording
+    // of this system's own kinds is then read once, by its own import.
+    enum { HEAD_BYTES = 65536 };
+    static uint8_t head[HEAD_BYTES];
+    bool notRegular = false;
+    FILE* f = PlatformOpenRegularFile(fileName, &notRegular);
+    if (!f && notRegular) {
+        QWARNING("PImportAny(%s): can't open file (not a regular file)", fileName);
+        return false;
+    }
+    if (!f) return set.Import(fileName); // a missing file is reported there, in the import's words
+    const size_t got = std::fread(head, 1, sizeof head, f);
+    std::fclose(f);
     for (const auto& r : readers) {
-        if (!r.looksLike(data, size)) continue;
+        if (!r.looksLike(head, got)) continue;
+        size_t size = 0;
+        uint8_t* data = ReadWhole(fileName, &size);
+        if (!data) return false;
         set.fileName = fileName;
         const bool ok = r.read(set, fileName, data, size);
         qfree(data);
         return ok;
     }
-    qfree(data);
     return set.Import(fileName);
 }
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
 #include <vector>
 
 using namespace tarvik;
@@ -36,4 +37,17 @@ TEST(PlatformProcessTest, RunsEveryWorkOnceAndCountsFailures)
         EXPECT_EQ(failed, (c.count + 2) / 3) << c.count << " " << c.parallel;
         for (int i = 0; i < c.count; i++) EXPECT_EQ(t.done[size_t(i)], i % 3 == 0 ? 2 : 1) << i;
     }
+}
+
+// A child that dies takes the rest of its share with it: those works count as failed, once.
+TEST(PlatformProcessTest, WorksOfADeadChildFail)
+{
+    Tally t;
+    t.done.assign(9, 0);
+    auto dies = [](int index, void*) -> int {
+        if (index == 4) _exit(0);
+        return 0;
+    };
+    EXPECT_EQ(PlatformRunChildren(9, 2, dies, Done, &t), 3); // the share 0 2 4 6 8 ends at 4
+    for (int i = 0; i < 9; i++) EXPECT_EQ(t.done[size_t(i)], i >= 4 && i % 2 == 0 ? 2 : 1) << i;
 }

@@ -3,7 +3,7 @@
 set -euo pipefail
 
 packages=(cmake g++ make libgtest-dev valgrind clang libclang-rt-14-dev time
-          libjpeg62-turbo-dev libjpeg-turbo-progs imagemagick)
+          libjpeg62-turbo-dev libjpeg-turbo-progs imagemagick python3-pandas gnuplot-nox)
 
 missing=()
 for p in "${packages[@]}"; do

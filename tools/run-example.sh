@@ -5,7 +5,7 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 bash "$top/tools/install-deps.sh"
 cmake -S "$top" -B "$top/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 # Also the tools that the README's other commands run, so that each of them works as written.
-cmake --build "$top/build" -j"$(nproc)" --target sgf2ascii makesgf qimgconv qarchive
+cmake --build "$top/build" -j"$(nproc)" --target sgf2ascii sgftool makesgf qimgconv qarchive
 mkdir -p "$top/build/example"
 cd "$top/build/example"
 "$top/build/sgf2ascii" "$top/examples/lap.sgf" lap.txt

@@ -27,4 +27,19 @@ inline void FuzzExport(PSignals& set, size_t inputSize, int32_t lap, uint32_t tr
     sink.Flush();
 }
 
+// One reader of another logger's files on any bytes: its test of the first bytes, its import, and
+// the export of whatever it loaded.
+inline int FuzzLoggerReader(bool (*looksLike)(const uint8_t*, size_t),
+                            bool (*read)(PSignals&, const char*, const uint8_t*, size_t), const char* name,
+                            const uint8_t* data, size_t size)
+{
+    if (size > (1u << 24)) return 0;
+    looksLike(data, size);
+    PSignals* set = new PSignals;
+    set->fileName = name;
+    if (read(*set, name, data, size)) FuzzExport(*set, size, size & 1 ? 1 : -1, uint32_t(size & 3));
+    delete set;
+    return 0;
+}
+
 } // namespace tarvik

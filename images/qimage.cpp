@@ -7,6 +7,7 @@
 #include "foundation/qfile.h"
 #include "foundation/qhelpers.h"
 #include "foundation/qmessage.h"
+#include "platform/platform.h"
 
 #include <climits>
 #include <cstdio>
@@ -18,7 +19,10 @@ QImageLoad QImageLoadFile(const char* name, uint8_t** data, long* size)
 {
     *data = nullptr;
     *size = 0;
-    FILE* f = name ? qfopen(name, "rb") : nullptr;
+    // Only a regular file: a folder would seek to a size no file has, and a pipe would hold the
+    // load until a writer came. Both read as a file that isn't there.
+    bool notRegular = false;
+    FILE* f = name ? PlatformOpenRegularFile(name, &notRegular) : nullptr;
     if (!f) return QIMAGE_LOAD_MISSING;
     long length = -1;
     if (std::fseek(f, 0, SEEK_END) == 0) length = std::ftell(f);
@@ -26,11 +30,11 @@ QImageLoad QImageLoadFile(const char* name, uint8_t** data, long* size)
     // One byte more than the file: an empty file still gets a block to point at.
     uint8_t* block = length >= 0 && length < INT_MAX ? static_cast<uint8_t*>(qmalloc(size_t(length) + 1)) : nullptr;
     if (!block) {
-        qfclose(f);
+        std::fclose(f);
         return QIMAGE_LOAD_NO_MEMORY;
     }
     size_t got = std::fread(block, 1, size_t(length), f);
-    qfclose(f);
+    std::fclose(f);
     *data = block;
     *size = long(got); // a file that shrank under us holds what could be read
     return QIMAGE_LOAD_OK;

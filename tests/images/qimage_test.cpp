@@ -278,6 +278,16 @@ TEST(QImageTypeTest, FirstSubstringOfTheUpperCasedNameWinsAndMissingFilesFailWit
         EXPECT_TRUE(Logged(r, "QImage ctor: can't load '" + std::string(name) + "'")) << r.log;
         EXPECT_EQ(r.log.find("MIP image"), std::string::npos) << r.log; // no reader speaks of a missing file
     }
+    // A folder of a picture's name reads as missing, never as a file too large for memory.
+    TempDir dir(true);
+    for (const char* name : {"d.bmp", "d.jpg", "d.psd", "d.tga"}) {
+        ASSERT_TRUE(QMakeDirectory(name));
+        testing::internal::CaptureStderr();
+        QImage image(name);
+        const std::string err = testing::internal::GetCapturedStderr();
+        EXPECT_FALSE(image.IsOK()) << name;
+        EXPECT_EQ(err.find("memory"), std::string::npos) << err;
+    }
 }
 
 // Every refusal, with the words it logs. 'ok' loads keep a zero bitmap of the file's size.

@@ -1,6 +1,6 @@
 #include "telemetry/analyse_import_any.h"
 
-#include "foundation/qhelpers.h"
+#include "foundation/qfile.h"
 #include "foundation/qmessage.h"
 #include "platform/platform.h"
 #include "telemetry/analyse_import_logger.h"
@@ -25,40 +25,6 @@ const struct {
     {PLooksLikeLapTimerCsv, PImportLapTimerCsv},
 };
 
-// The whole file in one block from qmalloc, or null after a report. A file that grows while it is
-// read is cut at the size it had; one that shrinks is a failed read.
-uint8_t* ReadWhole(const char* name, size_t* size)
-{
-    bool notRegular = false;
-    FILE* f = PlatformOpenRegularFile(name, &notRegular);
-    if (!f) {
-        QWARNING("PImportAny(%s): can't open file%s", name, notRegular ? " (not a regular file)" : "");
-        return nullptr;
-    }
-    PlatformFileStatus status;
-    if (!PlatformStat(name, &status) || status.size < 0 || uint64_t(status.size) > SIZE_MAX - 1) {
-        QWARNING("PImportAny(%s): can't tell the file's size", name);
-        std::fclose(f);
-        return nullptr;
-    }
-    const size_t bytes = size_t(status.size);
-    uint8_t* data = static_cast<uint8_t*>(qmalloc(bytes + 1)); // a zero-byte file still needs a block
-    if (!data) {
-        QWARNING("PImportAny(%s): out of memory for %llu bytes", name, (unsigned long long)bytes);
-        std::fclose(f);
-        return nullptr;
-    }
-    const size_t got = std::fread(data, 1, bytes, f);
-    std::fclose(f);
-    if (got != bytes) {
-        QWARNING("PImportAny(%s): read %llu of %llu bytes", name, (unsigned long long)got, (unsigned long long)bytes);
-        qfree(data);
-        return nullptr;
-    }
-    *size = bytes;
-    return data;
-}
-
 } // namespace
 
 bool PImportAny(PSignals& set, const char* fileName)
@@ -78,13 +44,13 @@ bool PImportAny(PSignals& set, const char* fileName)
     std::fclose(f);
     for (const auto& r : readers) {
         if (!r.looksLike(head, got)) continue;
-        size_t size = 0;
-        uint8_t* data = ReadWhole(fileName, &size);
-        if (!data) return false;
+        QFile file(fileName, QFile::READ | QFile::MEMORY); // a block too large is reported there
+        if (!file.GetMemory()) {
+            QWARNING("PImportAny(%s): can't read the file into memory", fileName);
+            return false;
+        }
         set.fileName = fileName;
-        const bool ok = r.read(set, fileName, data, size);
-        qfree(data);
-        return ok;
+        return r.read(set, fileName, file.GetMemory(), size_t(file.GetMemorySize()));
     }
     return set.Import(fileName);
 }

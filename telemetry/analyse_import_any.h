@@ -1,9 +1,8 @@
 // Loading a recording whatever wrote it: the readers of other loggers' exports get the first look,
 // the system's own formats (PSignals::Import) the rest.
 //
-// The whole file is read into memory once for the readers that recognise their format by its
-// bytes; when none claims it, the block is freed before the own import reads the file by name,
-// so that a large recording is never held twice.
+// The readers are asked with the file's first 64 KB; the one that claims it gets the whole file in
+// memory. When none does, the system's own import reads the file by name, once.
 #pragma once
 
 namespace tarvik {

@@ -63,6 +63,10 @@ void PlatformCloseDir(PlatformDir* dir);
 
 void PlatformSleepMs(int milliseconds); // 0 gives up the time slice
 
+// A monotonic high-resolution counter and its ticks per second.
+uint64_t PlatformCounter();
+uint64_t PlatformCounterFrequency();
+
 // True if the file descriptor of the stream's number refers to a terminal.
 bool PlatformIsTerminal(int fd);
 

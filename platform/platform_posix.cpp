@@ -167,4 +167,13 @@ void PlatformSleepMs(int milliseconds)
     }
 }
 
+uint64_t PlatformCounter()
+{
+    struct timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return uint64_t(t.tv_sec) * 1000000000u + uint64_t(t.tv_nsec);
+}
+
+uint64_t PlatformCounterFrequency() { return 1000000000u; }
+
 } // namespace tarvik

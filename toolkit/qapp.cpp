@@ -89,6 +89,12 @@ bool QApp::AddCleanupProc(Proc proc)
     return false;
 }
 
+void QApp::ClearModifiers()
+{
+    modifiers &= ~QMOD_MASK;
+    QEventClearModifiers();
+}
+
 bool QApp::SetKeyProc(int index, EventProc proc)
 {
     if (index < 0 || index >= MAX_KEY_PROCS) return false;
@@ -171,7 +177,7 @@ int QApp::Step()
         mouseX = e->rawX;
         mouseY = e->rawY;
         break;
-    case QEVENT_ACTIVATE: ClearModifiers(); break; // a key let go elsewhere can't stay held here
+    case QEVENT_ACTIVATE: modifiers &= ~QMOD_MASK; break; // a key let go elsewhere can't stay held here
     default: break;
     }
 

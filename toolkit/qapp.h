@@ -59,7 +59,7 @@ public:
     bool SetKeyProc(int index, EventProc proc); // false for an index outside 0..4
 
     uint32_t GetModifiers() const { return modifiers; }
-    void ClearModifiers() { modifiers &= ~QMOD_MASK; }
+    void ClearModifiers(); // also the window procedure's view of the keys held
     int GetMouseX() const { return mouseX; }
     int GetMouseY() const { return mouseY; }
     uint32_t GetButtons() const { return buttons; }

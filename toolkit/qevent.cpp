@@ -84,6 +84,7 @@ struct TranslatorState {
     int deadKey;          // 0 none, 1..8 a row of the dead-key table
 };
 TranslatorState input = {false, 0, 0, 0, 0, 0};
+uint32_t keysHeld; // QMOD_ bits of the modifier keys down, as the window procedure saw their messages
 
 const uint32_t doubleClickMs = 300;
 
@@ -119,6 +120,7 @@ void QEventShutdown()
 void QEventResetInput()
 {
     input = TranslatorState{false, 0, 0, 0, 0, 0};
+    keysHeld = 0;
 }
 
 int QEventCount() { return ring.count; }
@@ -212,6 +214,8 @@ void PushForShell(int type)
 
 } // namespace
 
+void QEventClearModifiers() { keysHeld = 0; }
+
 bool QWindowProc(const PlatformMessage* msg)
 {
     QNativeEvent native;
@@ -222,7 +226,16 @@ bool QWindowProc(const PlatformMessage* msg)
     case PLATFORM_MSG_KEYUP: {
         native.kind = msg->kind == PLATFORM_MSG_KEYDOWN ? QNATIVE_KEYPRESS : QNATIVE_KEYRELEASE;
         native.key = msg->key;
-        native.modifiers = app ? app->GetModifiers() >> 16 : 0;
+        // The modifiers as the keys came, not as the loop has handled them yet: alt and F4 typed
+        // quickly reach one pump together, and alt+F4 must still close, a dead key still compose.
+        if (native.key == QK_SHIFT || native.key == QK_CTRL || native.key == QK_ALT) {
+            uint32_t bit = native.key == QK_SHIFT ? QMOD_SHIFT : native.key == QK_CTRL ? QMOD_CTRL : QMOD_ALT;
+            if (native.kind == QNATIVE_KEYPRESS)
+                keysHeld |= bit;
+            else
+                keysHeld &= ~bit;
+        }
+        native.modifiers = keysHeld >> 16;
         QEventTranslate(&native);
         // Alt+F4 goes on to the platform, whose default handling closes the window.
         return !(native.kind == QNATIVE_KEYPRESS && native.key == QK_F4 && native.modifiers == 8);
@@ -273,6 +286,7 @@ bool QWindowProc(const PlatformMessage* msg)
         PushForShell(QEVENT_CLOSE);
         return true;
     case PLATFORM_MSG_ACTIVATE:
+        keysHeld = 0; // keys let go in another application never come back here
         PushForShell(QEVENT_ACTIVATE);
         return true;
     default:

@@ -130,6 +130,10 @@ int QEventRingSize(); // entries allocated
 // activation for shell directly. False when the message should get the platform's default handling.
 bool QWindowProc(const PlatformMessage* msg);
 
+// The window procedure keeps its own view of the modifier keys held, from the key messages as they
+// come; QApp::ClearModifiers empties it too.
+void QEventClearModifiers();
+
 void QEventTranslate(const QNativeEvent* native);
 uint32_t QEventDeadKey(uint32_t code);
 void QEventResetInput(); // forgets the click memory and the dead-key state

@@ -284,7 +284,14 @@ TEST_F(TranslateTest, WindowProcedure)
         {PLATFORM_MSG_ACTIVATE, 0, 0, true, "31:root:0,0", 0},
     };
     for (const Case& c : cases) {
-        a->modifiers = c.modifiers;
+        // The procedure learns the modifiers from their own key messages.
+        const uint32_t keys[][2] = {{QMOD_SHIFT, QK_SHIFT}, {QMOD_CTRL, QK_CTRL}, {QMOD_ALT, QK_ALT}};
+        for (const auto& k : keys) {
+            PlatformMessage down{};
+            down.kind = PLATFORM_MSG_KEYDOWN, down.key = k[1];
+            if (c.modifiers & k[0]) QWindowProc(&down);
+        }
+        Drain();
         a->wm->SetMouseWindow(nullptr);
         PlatformMessage m{};
         m.kind = c.kind, m.key = c.key, m.button = 3, m.delta = -240, m.x = 120, m.y = 60;
@@ -293,8 +300,8 @@ TEST_F(TranslateTest, WindowProcedure)
         std::vector<QEvent> got = Drain();
         EXPECT_EQ(Show(got, &names), c.queued);
         EXPECT_EQ(got.empty() ? 0 : got.back().n, c.n) << c.queued;
+        QEventClearModifiers();
     }
-    a->modifiers = 0;
 }
 
 // The stopwatch is watched against the platform's counter itself, never against a clock on the wall.

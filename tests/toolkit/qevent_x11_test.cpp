@@ -8,6 +8,7 @@
 #include "toolkit/qwindow.h"
 #include "toolkit/qxwindow.h"
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -83,12 +84,13 @@ TEST_F(QEventX11Test, KeysCarryModifierBits)
     for (const Case& c : cases) {
         events.clear();
         Xdotool(c.keys);
-        ASSERT_TRUE(RunUntil([&] { return Count(QEVENT_KEYRELEASE) + Count(QEVENT_KEYPRESS) >= int(c.codes.size()); }))
+        int wanted = int(c.codes.size());
+        ASSERT_TRUE(RunUntil([&] { return Count(QEVENT_KEYPRESS) + Count(QEVENT_KEYRELEASE) >= wanted; }))
             << c.keys;
         std::vector<uint32_t> codes;
         for (const QEvent& e : events) {
-            if (e.type == QEVENT_KEYPRESS || e.type == QEVENT_KEYRELEASE)
-                codes.push_back(e.n | (e.type == QEVENT_KEYRELEASE ? 0x80000000u : 0));
+            if (e.type != QEVENT_KEYPRESS && e.type != QEVENT_KEYRELEASE) continue;
+            codes.push_back(e.n | (e.type == QEVENT_KEYRELEASE ? 0x80000000u : 0));
             EXPECT_EQ(e.win, shell) << c.keys;
         }
         EXPECT_EQ(codes, c.codes) << c.keys;
@@ -101,7 +103,8 @@ TEST_F(QEventX11Test, SecondQuickPressIsADoubleClick)
     ASSERT_TRUE(RunUntil([] { return Count(QEVENT_BUTTONRELEASE) == 2; }));
     std::vector<int> buttons;
     for (const QEvent& e : events) {
-        if (e.type != QEVENT_BUTTONPRESS && e.type != QEVENT_BUTTONRELEASE && e.type != QEVENT_DBLCLICK) continue;
+        if (e.type != QEVENT_BUTTONPRESS && e.type != QEVENT_BUTTONRELEASE && e.type != QEVENT_DBLCLICK)
+            continue;
         buttons.push_back(e.type * 10 + int(e.n));
         EXPECT_EQ(e.win, shell);
         EXPECT_EQ(e.x * 1000 + e.y, 10020);
@@ -113,24 +116,22 @@ TEST_F(QEventX11Test, MotionAndWheelInClientCoordinates)
 {
     Xdotool("mousemove --window " + Id() + " 40 50 click 4 click 5");
     ASSERT_TRUE(RunUntil([] { return Count(QEVENT_WHEEL) == 2; }));
-    std::vector<int> got;
-    for (const QEvent& e : events)
-        if (e.type == QEVENT_MOTIONNOTIFY || e.type == QEVENT_WHEEL)
-            got.insert(got.end(), {e.type, int(e.n), e.x, e.y});
-    std::vector<int> wheels(got.end() - 8, got.end());
-    EXPECT_EQ(wheels, std::vector<int>({QEVENT_WHEEL, 120, 40, 50, QEVENT_WHEEL, -120, 40, 50}));
-    ASSERT_GE(got.size(), 12u);
-    EXPECT_EQ(std::vector<int>(got.end() - 12, got.end() - 8), std::vector<int>({QEVENT_MOTIONNOTIFY, 0, 40, 50}));
+    std::vector<int> got; // type, n, x, y; a motion repeated at the same place counts once
+    for (const QEvent& e : events) {
+        std::vector<int> one = {e.type, int(e.n), e.x, e.y};
+        if ((e.type == QEVENT_MOTIONNOTIFY || e.type == QEVENT_WHEEL) &&
+            (got.size() < 4 || !std::equal(one.begin(), one.end(), got.end() - 4)))
+            got.insert(got.end(), one.begin(), one.end());
+    }
+    EXPECT_EQ(got, std::vector<int>({QEVENT_MOTIONNOTIFY, 0, 40, 50, QEVENT_WHEEL, 120, 40, 50, QEVENT_WHEEL,
+                                     -120, 40, 50}));
     EXPECT_EQ(app->GetMouseX() * 1000 + app->GetMouseY(), 40050);
 }
 
-// The window procedure reads the modifiers that Run1 tracks, so alt is handled by the loop before F4
-// arrives, as when a person types it.
+// Alt and F4 typed at once reach one pump together: the window procedure still sees alt held.
 TEST_F(QEventX11Test, AltF4ClosesTheShell)
 {
-    Xdotool("keydown alt");
-    ASSERT_TRUE(RunUntil([] { return Count(QEVENT_KEYPRESS) == 1; }));
-    Xdotool("key F4 keyup alt");
+    Xdotool("key alt+F4");
     ASSERT_TRUE(RunUntil([] { return Count(QEVENT_CLOSE) == 1; }));
     EXPECT_EQ(events.back().win, shell);
 }

@@ -45,6 +45,7 @@ private:
             return;
         }
         std::string fdText = std::to_string(fds[1]);
+        owner = getpid();
         pid = fork();
         if (pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGTERM); // no server outlives a test program that crashed
@@ -81,15 +82,18 @@ private:
         setenv("DISPLAY", (":" + number).c_str(), 1);
     }
 
+    // A forked child (a death test) that ends through exit() runs this too; only the process that
+    // started the server may end it.
     void Stop()
     {
-        if (pid <= 0) return;
+        if (pid <= 0 || getpid() != owner) return;
         kill(pid, SIGTERM);
         waitpid(pid, nullptr, 0);
         pid = -1;
     }
 
-    pid_t pid = -1;
+    pid_t pid = -1;   // of the server
+    pid_t owner = -1; // the process that started it
     std::string error;
 };
 

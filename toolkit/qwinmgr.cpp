@@ -33,6 +33,7 @@ bool QWindowManager::RemoveWindow(QWindow* w)
     }
     if (focus == w) focus = nullptr;
     if (capture == w) capture = nullptr;
+    if (activeGroup == w) activeGroup = nullptr; // a new window at the old address must not inherit the group
     windows.erase(it);
     return true;
 }
@@ -199,9 +200,11 @@ bool QWindowManager::ProcessEvent(QEvent* e)
     for (QWindow* w = target; w; w = w->parent) {
         if (e->type != QEVENT_EXPOSE && !w->IsEnabled()) return false;
         if (activeGroup && target->group != activeGroup) return false;
+        bool listed = Contains(w);
         if (w->ProcessEvent(e)) return true;
         if (!Bubbles(e->type)) return false;
-        if (!Contains(target)) return false;
+        // A parent's handler may delete its own window: its 'parent' can't be read any more.
+        if (!Contains(target) || (listed && !Contains(w))) return false;
     }
     return false;
 }

@@ -87,3 +87,18 @@ printf '\040\116\000\100\000x\000\037' > "$out/archivechunk/overlap"
 printf '\012\000\000\200\000\000\017\377r' > "$out/archivechunk/overrun"
 printf '\040\116\200raw bytes' > "$out/archivechunk/stored"
 { printf '\040\116\000\000\001'; printf 'abcdefghijklmno'; printf '\000\000\000-\200\000\001\360!'; } > "$out/archivechunk/control"
+# State recorder tapes: two bytes of step program, then frames of a name in 32 bytes, 4 bytes of data
+# and the frame's start. The target knows the states "", "a", "menu", "race" and a 31-character one.
+mkdir -p "$out/vcr"
+vcr_frame() { # name, start
+  printf '%s' "$1"; head -c $((32 - ${#1})) /dev/zero; printf 'DATA'
+  printf "\\$(printf %03o $(($2 & 255)))\\$(printf %03o $(($2 >> 8 & 255)))\\000\\000"
+}
+{ printf '\344\001'; vcr_frame menu 0; vcr_frame race 40; vcr_frame a 80; } > "$out/vcr/three"
+{ printf '\000\000'; vcr_frame race 0; } > "$out/vcr/back"
+{ printf '\252\252'; vcr_frame menu 0; vcr_frame menu 40; } > "$out/vcr/record"
+{ printf '\377\377'; vcr_frame a 0; vcr_frame race 40; } > "$out/vcr/save"
+{ printf '\104\104'; vcr_frame 'a name of thirty-one characters' 0; vcr_frame '' 40; } > "$out/vcr/names"
+{ printf '\001\000'; vcr_frame ghost 0; } > "$out/vcr/unknown"
+{ printf '\000\001'; vcr_frame a 0; vcr_frame a 10; } > "$out/vcr/midframe"
+printf '\000\000' > "$out/vcr/empty"

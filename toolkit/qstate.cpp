@@ -306,7 +306,9 @@ bool QStateManager::VCR_StepBack()
 
 bool QStateManager::VCR_StepForward()
 {
-    if (!tape || tape->Tell() >= tape->Size()) return false;
+    // Past the last recorded frame the file may still hold frames that a recording after a step
+    // back wrote over only in part: the tape ends at 'frames'.
+    if (!tape || frame >= frames || tape->Tell() >= tape->Size()) return false;
     return VCR_FrameRead();
 }
 

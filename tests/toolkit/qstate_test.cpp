@@ -200,6 +200,11 @@ TEST_F(QStateTest, RecordingAfterStepBackOverwritesAndSavingStopsAtThePosition)
     sm->GotoState(&a, false); // a over c
     EXPECT_EQ(sm->GetFrames(), 3);
     EXPECT_EQ(TapeBytes(sm).substr(2 * FRAME), TapeFrame("a", "<3>", 2 * FRAME));
+
+    sm->VCR_StepBack(), sm->VCR_StepBack(); // back to a, the first frame
+    sm->GotoState(&c, false);               // c over b: the tape now ends there
+    EXPECT_EQ(sm->GetFrames(), 2);
+    EXPECT_FALSE(sm->VCR_StepForward()) << "the old third frame still stands in the file, behind the end";
 }
 
 TEST_F(QStateTest, UseFileShowsTheLastFrameAndAnEmptyFileIsAnEmptyTape)

@@ -210,6 +210,29 @@ TEST_F(QAppTest, InputStateFollowsTheEvents)
     EXPECT_EQ(a->GetMouseY(), -4);
 }
 
+void StartFrame() { trail += "frame "; }
+bool GlobalSees(QEvent* e) { trail += "global "; return e->n == 'G'; }
+
+TEST_F(QAppTest, RunEventsRecordsTheStartStateAndEmptiesTheQueue)
+{
+    test::TempDir dir(true); // the first tape is made in the current directory
+    a->sm = new QStateManager();
+    QState global("global", GlobalSees, nullptr, nullptr, nullptr);
+    QState start("start", StateNo, StartFrame, nullptr, nullptr);
+    for (uint32_t n : {uint32_t('G'), uint32_t('x'), uint32_t('G')}) {
+        QEvent e = MakeEvent(QEVENT_KEYPRESS, n);
+        QEventPush(&e);
+    }
+    a->RunEvents(&start, &global);
+    EXPECT_EQ(trail, "frame global global state global ");
+    EXPECT_EQ(QEventCount(), 0);
+    EXPECT_EQ(a->sm->GetCurrent(), &start);
+    EXPECT_EQ(a->sm->GetFrames(), 1);
+    a->RunEvents(nullptr, nullptr); // nothing waits: returns at once
+    EXPECT_EQ(a->sm->GetGlobalState(), nullptr);
+    a->sm->GotoState(nullptr, true);
+}
+
 bool (*const readBack)(QWindow*, QBitMap*) = [](QWindow* w, QBitMap* bm) {
     bm->Clear();
     bm->SetColorAt(0, 0, QColor(10, 20, 30, 0));

@@ -53,7 +53,8 @@ void PlatformSetMessageProc(PlatformMessageProc proc);
 // caller reports: this layer stands below the log). Opening an open display is true at once.
 bool PlatformDisplayOpen(const char* name);
 bool PlatformDisplayIsOpen();
-void PlatformDisplayClose(); // destroys the windows that are left
+// Destroys the windows and GL contexts that are left, and gives the desktop its display mode back.
+void PlatformDisplayClose();
 void PlatformDisplaySize(int* width, int* height); // of the default screen; 0 x 0 without a display
 // The requests the display refused since the process started. They are counted, never fatal; a
 // caller that must know compares the count around a PlatformSync.
@@ -85,5 +86,63 @@ void PlatformSync();
 void PlatformGetCursorPos(int* x, int* y); // screen coordinates; 0, 0 without a display
 // Converts screen coordinates to the client area of 'window'.
 void PlatformScreenToClient(PlatformWindow* window, int* x, int* y);
+
+} // namespace tarvik
+
+namespace tarvik {
+
+// ---- OpenGL surfaces and contexts ---------------------------------------------------------------
+//
+// A window that is to show OpenGL gets a surface format before it is made: the frame-buffer
+// configuration closest to the wish (double-buffered, RGBA, at least the bits asked for). The
+// window then carries that configuration for its whole life.
+
+struct PlatformSurfaceFormat {
+    int colorBits, alphaBits, depthBits, stencilBits;
+    bool stereo;
+};
+
+// What was chosen: the configuration's number and its real bit counts, whether it is stereo, and
+// whether the driver behind it renders in software.
+struct PlatformSurfaceInfo {
+    int id;
+    int colorBits, alphaBits, depthBits, stencilBits;
+    bool stereo;
+    bool software;
+};
+
+// As PlatformWindowCreate, with a surface for OpenGL chosen from 'format'. Null when no
+// configuration fits or the window can't be made; 'info' (may be null) tells what was chosen.
+PlatformWindow* PlatformWindowCreateGL(PlatformWindow* parent, const char* title, int x, int y, int width,
+                                       int height, int flags, const PlatformSurfaceFormat* format,
+                                       PlatformSurfaceInfo* info);
+
+struct PlatformGLContext; // opaque
+
+// A rendering context for the surface of 'window', sharing textures and lists with 'share' when
+// given. Null on failure.
+PlatformGLContext* PlatformGLContextCreate(PlatformWindow* window, PlatformGLContext* share);
+void PlatformGLContextDestroy(PlatformGLContext* context); // released first if it is current
+// Makes 'context' current on 'window'; both null releases the current one. False on failure.
+bool PlatformGLMakeCurrent(PlatformWindow* window, PlatformGLContext* context);
+// An OpenGL function by name, or null when the driver has none of that name. Some drivers give a
+// callable stub for any name that starts with "gl": a function of an extension is asked for only
+// once the extension strings list it.
+void* PlatformGLGetProcAddress(const char* name);
+void PlatformGLSwap(PlatformWindow* window);
+
+// ---- Display modes ------------------------------------------------------------------------------
+
+struct PlatformDisplayMode {
+    int width, height, bits;
+    int refresh; // Hz; 0 when unknown
+};
+bool PlatformGetDisplayMode(PlatformDisplayMode* mode); // the mode the display is in now
+// Switches the display to the mode, with its refresh rate when 'useRefresh' (and 'refresh' above 0),
+// for as long as the process runs or until PlatformRestoreDisplayMode; the screen takes the mode's
+// size. False when the display has no such mode; the bits must be the screen's depth, or 32 for a
+// depth of 24.
+bool PlatformSetDisplayMode(const PlatformDisplayMode* mode, bool useRefresh);
+void PlatformRestoreDisplayMode(); // the desktop's mode back, if it was changed
 
 } // namespace tarvik

@@ -1,9 +1,10 @@
 // Native windows and their input on the X Window System: the one display connection, the windows
-// made on it, and the translation of its events into PlatformMessage records. Every Xlib call of
-// the tree lives in this file. Nothing here logs, since the log stands above this folder: failures
-// return false or null and the toolkit reports them. Errors the display sends back are counted by
-// our own handler instead of ending the process, as Xlib's default handler would.
-#include "platform/platform_window.h"
+// made on it, and the translation of its events into PlatformMessage records. The Xlib calls of
+// the tree live in this folder: here, and for OpenGL surfaces and display modes beside it. Nothing
+// here logs, since the log stands above this folder: failures return false or null and the toolkit
+// reports them. Errors the display sends back are counted by our own handler instead of ending the
+// process, as Xlib's default handler would.
+#include "platform/platform_x11_internal.h"
 
 #include <X11/XKBlib.h>
 #include <X11/Xatom.h>
@@ -21,12 +22,15 @@
 
 namespace tarvik {
 
-struct PlatformWindow {
-    Window xid;             // None once the display destroyed it together with an ancestor
-    PlatformWindow* parent; // borrowed; null for a top-level window
-    int flags;
-    int width, height; // the client size last reported, so that a move gives no SIZE
-};
+namespace x11 {
+
+DisplayState ds;
+int errorCount = 0;
+
+} // namespace x11
+
+using x11::ds;
+using x11::errorCount;
 
 namespace {
 
@@ -36,19 +40,7 @@ const long eventMask = KeyPressMask | KeyReleaseMask | ButtonPressMask | ButtonR
 
 const int mapWaitMs = 2000; // a window manager that never maps a window must not hang the caller
 
-struct DisplayState {
-    Display* display = nullptr;
-    int screen = 0;
-    Window root = None;
-    Atom wmProtocols = None, wmDeleteWindow = None, netWmName = None, utf8String = None;
-    unsigned numLockMask = 0;
-    bool appActive = false;               // one of our windows holds the keyboard focus
-    std::vector<PlatformWindow*> windows; // owned
-};
-
-DisplayState ds;
 PlatformMessageProc messageProc = nullptr;
-int errorCount = 0;
 
 int RecordError(Display*, XErrorEvent*)
 {
@@ -307,19 +299,6 @@ void Dispatch(XEvent* ev)
 
 // ---- windows ----------------------------------------------------------------------------------
 
-// What a window is drawn with. The default visual for now; a GL surface chooses its own visual and
-// brings a colormap for it.
-struct SurfaceFormat {
-    Visual* visual;
-    int depth;
-    Colormap colormap;
-};
-
-SurfaceFormat DefaultSurfaceFormat()
-{
-    return {DefaultVisual(ds.display, ds.screen), DefaultDepth(ds.display, ds.screen),
-            DefaultColormap(ds.display, ds.screen)};
-}
 
 // The title is 8-bit text in Latin-1; the name of the newer convention is UTF-8.
 std::string Latin1ToUtf8(const char* text)
@@ -398,6 +377,7 @@ void ForgetDescendants(PlatformWindow* ancestor)
     for (PlatformWindow* w : ds.windows) {
         if (w->parent == ancestor) {
             ForgetDescendants(w);
+            x11::WindowGoing(w);
             w->xid = None;
             w->parent = nullptr;
         }
@@ -440,11 +420,13 @@ bool PlatformDisplayIsOpen()
 void PlatformDisplayClose()
 {
     if (!ds.display) return;
+    x11::CloseGL();
+    x11::CloseDisplayModes();
     for (PlatformWindow* w : ds.windows)
         delete w;
     ds.windows.clear();
     XCloseDisplay(ds.display); // destroys the windows of this connection
-    ds = DisplayState();
+    ds = x11::DisplayState();
 }
 
 int PlatformDisplayErrorCount()
@@ -458,26 +440,36 @@ void PlatformDisplaySize(int* width, int* height)
     *height = ds.display ? DisplayHeight(ds.display, ds.screen) : 0;
 }
 
-PlatformWindow* PlatformWindowCreate(PlatformWindow* parent, const char* title, int x, int y, int width,
-                                     int height, int flags)
+namespace x11 {
+
+bool IsOurWindow(const PlatformWindow* window)
 {
-    if (!PlatformDisplayOpen(nullptr)) return nullptr;
+    return IsOurs(window);
+}
+
+PlatformWindow* CreateNativeWindow(PlatformWindow* parent, const char* title, int x, int y, int width,
+                                   int height, int flags, const SurfaceFormat& format)
+{
     if (parent && (!IsOurs(parent) || parent->xid == None)) return nullptr;
     Display* d = ds.display;
     // The display has no windows of size 0; the toolkit's sizes of 0 count as 1.
     width = width < 1 ? 1 : width;
     height = height < 1 ? 1 : height;
 
-    SurfaceFormat format = DefaultSurfaceFormat();
     XSetWindowAttributes attr;
     memset(&attr, 0, sizeof(attr));
     attr.event_mask = eventMask;
-    attr.colormap = format.colormap;
+    attr.colormap = format.colormap != None ? format.colormap : DefaultColormap(d, ds.screen);
     attr.border_pixel = 0;
-    attr.background_pixel = BlackPixel(d, ds.screen);
     // A pop-up goes around the window manager: no frame, and above the managed windows.
     attr.override_redirect = !parent && (flags & PLATFORM_WINDOW_POPUP) ? True : False;
-    unsigned long mask = CWEventMask | CWColormap | CWBorderPixel | CWBackPixel | CWOverrideRedirect;
+    unsigned long mask = CWEventMask | CWColormap | CWBorderPixel | CWOverrideRedirect;
+    // A window without OpenGL is cleared to black by the display. An OpenGL window has no
+    // background: the display would clear what was drawn before every exposure and resize.
+    if (!format.config) {
+        attr.background_pixel = BlackPixel(d, ds.screen);
+        mask |= CWBackPixel;
+    }
 
     int errorsBefore = errorCount;
     Window xid = XCreateWindow(d, parent ? parent->xid : ds.root, x, y, unsigned(width), unsigned(height), 0,
@@ -487,7 +479,7 @@ PlatformWindow* PlatformWindowCreate(PlatformWindow* parent, const char* title, 
         if (xid) XDestroyWindow(d, xid);
         return nullptr;
     }
-    PlatformWindow* w = new PlatformWindow{xid, parent, flags, width, height};
+    PlatformWindow* w = new PlatformWindow{xid, parent, flags, width, height, format.config, format.colormap};
     ds.windows.push_back(w);
     if (!parent) SetTopLevelProperties(w, title ? title : "", x, y);
 
@@ -496,6 +488,17 @@ PlatformWindow* PlatformWindowCreate(PlatformWindow* parent, const char* title, 
     if (WindowIsViewable(xid)) XSetInputFocus(d, xid, RevertToParent, CurrentTime);
     XSync(d, False);
     return w;
+}
+
+} // namespace x11
+
+PlatformWindow* PlatformWindowCreate(PlatformWindow* parent, const char* title, int x, int y, int width,
+                                     int height, int flags)
+{
+    if (!PlatformDisplayOpen(nullptr)) return nullptr;
+    x11::SurfaceFormat format = {DefaultVisual(ds.display, ds.screen), DefaultDepth(ds.display, ds.screen), None,
+                                 nullptr};
+    return x11::CreateNativeWindow(parent, title, x, y, width, height, flags, format);
 }
 
 void PlatformWindowDestroy(PlatformWindow* window)
@@ -508,10 +511,10 @@ void PlatformWindowDestroy(PlatformWindow* window)
         }
     }
     ForgetDescendants(window);
-    if (window->xid != None && ds.display) {
-        XDestroyWindow(ds.display, window->xid);
-        XFlush(ds.display);
-    }
+    x11::WindowGoing(window);
+    if (window->xid != None && ds.display) XDestroyWindow(ds.display, window->xid);
+    if (window->colormap != None && ds.display) XFreeColormap(ds.display, window->colormap);
+    if (ds.display) XFlush(ds.display);
     delete window;
 }
 

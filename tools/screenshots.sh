@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Makes the README's pictures: sgftool in a terminal on a virtual X display, and the per-lap CSV
-# tables it writes as a plot of speed against lap distance. Writes docs/*.png.
+# Makes the README's pictures: sgftool in a terminal on a virtual X display, the per-lap CSV
+# tables it writes as a plot of speed against lap distance, and the qwindows demo after a Tab and a
+# click. Writes docs/*.png.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 bash "$top/tools/install-deps.sh" >/dev/null
@@ -12,7 +13,7 @@ if [ ${#missing[@]} -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
 cmake -S "$top" -B "$top/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$top/build" -j"$(nproc)" --target sgftool >/dev/null
+cmake --build "$top/build" -j"$(nproc)" --target sgftool qwindows >/dev/null
 work=$(mktemp -d)
 trap 'kill "${xvfb:-0}" 2>/dev/null || true; rm -rf "$work"' EXIT
 mkdir -p "$top/docs"
@@ -45,4 +46,16 @@ kill "$term" 2>/dev/null || true
 gnuplot -e "set terminal pngcairo size 760,360; set output '$top/docs/sgftool-laps.png';
   set datafile separator ','; set xlabel 'lapdist [m]'; set ylabel 'velocity [m/s]'; set key bottom right;
   plot for [i=1:3] sprintf('$work/lap.lap%02d.csv', i) using 'lapdist[m]':'velocity[m/s]' with lines title sprintf('lap %d', i)"
-echo "wrote docs/sgftool-info.png and docs/sgftool-laps.png"
+# The toolkit's first program: focus moved by Tab, then a click on the blue tile.
+(cd "$work" && "$top/build/qwindows" -quiet) &
+demo=$!
+for _ in $(seq 50); do xdotool search --name '^qwindows$' >/dev/null 2>&1 && break; sleep 0.1; done
+sleep 0.5
+win=$(xdotool search --name '^qwindows$' | head -1)
+xdotool key Tab key Tab
+xdotool mousemove --window "$win" 60 190 click 1
+sleep 0.5
+import -window "$win" "$top/docs/qwindows.png"
+kill "$demo" 2>/dev/null || true
+
+echo "wrote docs/sgftool-info.png, docs/sgftool-laps.png and docs/qwindows.png"

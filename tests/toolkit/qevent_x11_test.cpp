@@ -6,6 +6,7 @@
 #include "toolkit/qapp.h"
 #include "toolkit/qevent.h"
 #include "toolkit/qwindow.h"
+#include "toolkit/qwinmgr.h"
 #include "toolkit/qxwindow.h"
 
 #include <algorithm>
@@ -142,6 +143,64 @@ TEST_F(QEventX11Test, ResizeReachesTheShell)
     ASSERT_TRUE(RunUntil([] { return Count(QEVENT_RESIZE) == 1; }));
     EXPECT_EQ(events.back().win, shell);
     EXPECT_EQ(events.back().wid * 1000 + events.back().hgt, 200150);
+}
+
+} // namespace
+} // namespace tarvik
+
+namespace tarvik {
+namespace {
+
+// A child of the shell that remembers the presses that reached its handler.
+class Target : public QWindow {
+public:
+    Target(QWindow* parentWin, int x0, int y0) : QWindow(parentWin, x0, y0, 60, 40)
+    {
+        Create();
+        SetTabStop(-2);
+    }
+    bool OnButtonPress(int button, int px, int py) override
+    {
+        pressed = this;
+        at = px * 1000 + py;
+        return true;
+    }
+    static QWindow* pressed;
+    static int at;
+};
+QWindow* Target::pressed;
+int Target::at;
+
+// From a real click to the handler of the window that the window manager's hit test names; Tab
+// moves the keyboard focus through the tab order.
+TEST_F(QEventX11Test, RealClickReachesTheHitWindowAndTabMovesTheFocus)
+{
+    Target* left = new Target(shell, 10, 10);
+    Target* right = new Target(shell, 40, 30); // added later: above left where they overlap
+    PlatformWindow* native = shell->GetXWindow()->GetPlatformWindow();
+    struct Case {
+        int x, y;
+        QWindow *hit, *pressed;
+        int at;
+    } cases[] = {{50, 40, right, right, 10010}, {15, 15, left, left, 5005}, {200, 200, shell, nullptr, 0}};
+    for (const Case& c : cases) {
+        Target::pressed = nullptr;
+        Target::at = 0;
+        EXPECT_EQ(app->wm->FindWindowAt(native, c.x, c.y), c.hit);
+        events.clear();
+        Xdotool("mousemove --window " + Id() + " " + std::to_string(c.x) + " " + std::to_string(c.y) + " click 1");
+        ASSERT_TRUE(RunUntil([] { return Count(QEVENT_BUTTONRELEASE) == 1; }));
+        EXPECT_EQ(Target::pressed, c.pressed) << c.x << "," << c.y;
+        EXPECT_EQ(Target::at, c.at);
+    }
+    Xdotool("key Tab");
+    ASSERT_TRUE(RunUntil([&] { return left->HasFocus(); }));
+    Xdotool("key Tab");
+    ASSERT_TRUE(RunUntil([&] { return right->HasFocus(); }));
+    Xdotool("key shift+Tab");
+    ASSERT_TRUE(RunUntil([&] { return left->HasFocus(); }));
+    delete right;
+    delete left;
 }
 
 } // namespace

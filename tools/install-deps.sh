@@ -5,7 +5,8 @@ set -euo pipefail
 packages=(cmake g++ make libgtest-dev valgrind clang libclang-rt-14-dev time
           libjpeg62-turbo-dev libjpeg-turbo-progs imagemagick python3-pandas gnuplot-nox
           libx11-dev libxtst-dev libxrandr-dev libgl1-mesa-dev libglu1-mesa-dev
-          libgl1-mesa-dri libepoxy-dev xvfb xdotool xauth x11-utils x11-xserver-utils mesa-utils)
+          libgl1-mesa-dri libepoxy-dev xvfb xdotool xauth x11-utils x11-xserver-utils mesa-utils
+          libfreetype-dev fonts-dejavu-core xfonts-base)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -102,3 +102,38 @@ vcr_frame() { # name, start
 { printf '\001\000'; vcr_frame ghost 0; } > "$out/vcr/unknown"
 { printf '\000\001'; vcr_frame a 0; vcr_frame a 10; } > "$out/vcr/midframe"
 printf '\000\000' > "$out/vcr/empty"
+# Texture fonts: the glyph table of a baked font, and a small one by hand with two ranges.
+mkdir -p "$out/texfont"
+bake=$(mktemp -d)
+if [ -x "$build/fontbake" ] && [ -f /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf ]; then
+  "$build/fontbake" /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf 9 "$bake/sans9.tfnt" >/dev/null
+  cp "$bake/sans9.tfnt" "$out/texfont/"
+fi
+rm -rf "$bake"
+texglyph() { printf '\004\000\000\000\011\000\000\000\000\000\240\100\000\000\200\077'; head -c 16 /dev/zero; }
+{ printf 'TFNT\001\000\000\000\005\000a.tga'
+  printf 'A\000\000\000Z\000\000\000\011\000\000\000\002\000\000\000\002\000\000\000'
+  printf 'A\000\000\000B\000\000\000\000\000\000\000X\000\000\000Z\000\000\000\002\000\000\000'
+  printf '\005\000\000\000'; for i in 1 2 3 4 5; do texglyph; done; } > "$out/texfont/ranges.tfnt"
+# DDS textures: a header (height, width, levels, pixel format flags, four-letter code, bit count),
+# then the levels. Hand-made kinds and damage, and real files of the image tool where it is there.
+mkdir -p "$out/dds"
+dds_le32() { printf "\\$(printf %03o $(($1 & 255)))\\$(printf %03o $(($1 >> 8 & 255)))\\$(printf %03o $(($1 >> 16 & 255)))\\$(printf %03o $(($1 >> 24 & 255)))"; }
+dds_head() { # height, width, levels, flags, code, bits
+  printf 'DDS '; dds_le32 124; dds_le32 0; dds_le32 "$1"; dds_le32 "$2"; head -c 8 /dev/zero; dds_le32 "$3"
+  head -c 44 /dev/zero; dds_le32 32; dds_le32 "$4"; printf '%s' "$5"; dds_le32 "$6"; head -c 36 /dev/zero
+}
+dds_bytes() { local i; for ((i = 0; i < $1; i++)); do printf "\\$(printf %03o $(((i * 37 + 11) & 255)))"; done; }
+{ dds_head 8 8 4 4 DXT1 0; dds_bytes 56; } > "$out/dds/dxt1.dds"     # 32 + 8 + 8 + 8 bytes
+{ dds_head 5 7 3 4 DXT3 0; dds_bytes 96; } > "$out/dds/dxt3odd.dds"  # 64 + 16 + 16
+{ dds_head 4 8 5 4 DXT5 0; dds_bytes 96; } > "$out/dds/dxt5.dds"     # 32 + 16 * 4
+{ dds_head 2 3 2 0 '    ' 32; dds_bytes 28; } > "$out/dds/rgba.dds"  # 24 + 4
+{ dds_head 4 4 1 4 ATI2 0; head -c 16 /dev/zero; } > "$out/dds/unknown.dds"
+{ dds_head 4 4 1 0 '    ' 24; head -c 48 /dev/zero; } > "$out/dds/rgb24.dds"
+dds_head 65535 65535 16 4 DXT5 0 > "$out/dds/huge.dds"
+{ dds_head 1 1 20 4 DXT1 0; head -c 160 /dev/zero; } > "$out/dds/twenty.dds"
+{ dds_head 8 8 4 4 DXT5 0; head -c 100 /dev/zero; } > "$out/dds/cut.dds"
+if command -v convert >/dev/null; then
+  convert -size 16x8 gradient:red-blue -fill yellow -draw "rectangle 2,1 5,4" -alpha on -channel A -fx 'i/w' \
+    -define dds:compression=dxt5 "$out/dds/tool5.dds" 2>/dev/null || true
+fi

@@ -74,6 +74,12 @@ void PlatformWindowMove(PlatformWindow* window, int x, int y);
 void PlatformWindowSize(PlatformWindow* window, int width, int height);
 void PlatformWindowFocus(PlatformWindow* window);
 unsigned long PlatformWindowId(PlatformWindow* window); // the display's own number, for outside tools
+// Reads what the display shows of the window's client area from x, y (top-down, in the client
+// area), width x height pixels, into 'rgbaBottomUp': four bytes a pixel, red, green, blue and 255,
+// the bottom row first, as a 32-bit QBitMap holds them. False, with nothing written, when the
+// window isn't shown or the rectangle leaves the client area. What covers the window on the
+// screen may show in the pixels.
+bool PlatformWindowReadPixels(PlatformWindow* window, int x, int y, int width, int height, uint8_t* rgbaBottomUp);
 
 // Dispatches every message that waits, then returns.
 void PlatformPumpMessages();
@@ -144,5 +150,33 @@ bool PlatformGetDisplayMode(PlatformDisplayMode* mode); // the mode the display 
 // depth of 24.
 bool PlatformSetDisplayMode(const PlatformDisplayMode* mode, bool useRefresh);
 void PlatformRestoreDisplayMode(); // the desktop's mode back, if it was changed
+
+} // namespace tarvik
+
+namespace tarvik {
+
+// ---- Core fonts ---------------------------------------------------------------------------------
+//
+// The display's own bitmap fonts, for text drawn with OpenGL display lists. A font is named by a
+// logical font description or an alias of the display ("fixed", "9x15"). Its metrics are copied
+// when it is opened: a font holds nothing on the display, may outlive the connection, and is
+// measured without one.
+
+struct PlatformFont; // opaque
+
+PlatformFont* PlatformFontOpen(const char* name); // null without a display or with no such font
+void PlatformFontClose(PlatformFont* font);
+bool PlatformFontMetrics(const PlatformFont* font, int* ascent, int* descent); // pixels above, below the baseline
+// The three parts of a character's width in pixels: a, from the pen to the ink's left edge (the
+// left bearing, negative when the ink hangs out to the left); b, the ink's width; c, from the ink's
+// right edge to the next pen position. a + b + c is the advance. A code the font lacks has the
+// parts of the font's default character; false when that is missing too.
+bool PlatformFontCharABC(const PlatformFont* font, int code, float* a, float* b, float* c);
+int PlatformFontCharWidth(const PlatformFont* font, int code); // the advance; 0 as for ABC's false
+// Compiles 'count' display lists from 'listBase' on, for the codes from 'first' on: each draws its
+// character's bitmap at the raster position and moves the position by the advance. Needs the
+// OpenGL context that is to own the lists to be current; false without one. Clears the context's
+// OpenGL error flags.
+bool PlatformFontMakeLists(const PlatformFont* font, int first, int count, unsigned listBase);
 
 } // namespace tarvik

@@ -558,6 +558,55 @@ unsigned long PlatformWindowId(PlatformWindow* window)
     return window ? window->xid : 0;
 }
 
+namespace {
+
+// Where a colour channel lies in a pixel value of the image: shift and width of its mask.
+struct Channel {
+    int shift = 0, bits = 0;
+    explicit Channel(unsigned long mask)
+    {
+        if (!mask) return;
+        while (!(mask & 1)) mask >>= 1, shift++;
+        while (mask & 1) mask >>= 1, bits++;
+    }
+    uint8_t Of(unsigned long pixel) const
+    {
+        unsigned long v = (pixel >> shift) & ((1ul << bits) - 1);
+        if (bits >= 8) return uint8_t(v >> (bits - 8));
+        return uint8_t(v * 255 / ((1ul << bits) - 1)); // a narrow channel spreads over 0..255
+    }
+};
+
+} // namespace
+
+bool PlatformWindowReadPixels(PlatformWindow* window, int x, int y, int width, int height, uint8_t* rgbaBottomUp)
+{
+    if (!ds.display || !IsOurs(window) || window->xid == None || !rgbaBottomUp || width < 1 || height < 1)
+        return false;
+    XWindowAttributes attr;
+    if (!XGetWindowAttributes(ds.display, window->xid, &attr) || attr.map_state != IsViewable) return false;
+    if (x < 0 || y < 0 || width > attr.width - x || height > attr.height - y) return false;
+    int errorsBefore = errorCount;
+    XImage* image = XGetImage(ds.display, window->xid, x, y, unsigned(width), unsigned(height), AllPlanes, ZPixmap);
+    if (!image) return false;
+    bool ok = errorCount == errorsBefore && image->red_mask && image->green_mask && image->blue_mask;
+    if (ok) {
+        Channel r(image->red_mask), g(image->green_mask), b(image->blue_mask);
+        for (int row = 0; row < height; row++) {
+            uint8_t* out = rgbaBottomUp + size_t(height - 1 - row) * size_t(width) * 4;
+            for (int col = 0; col < width; col++, out += 4) {
+                unsigned long pixel = XGetPixel(image, col, row);
+                out[0] = r.Of(pixel);
+                out[1] = g.Of(pixel);
+                out[2] = b.Of(pixel);
+                out[3] = 255;
+            }
+        }
+    }
+    XDestroyImage(image);
+    return ok;
+}
+
 void PlatformPumpMessages()
 {
     // The procedure may close the display under us; look again before every event.

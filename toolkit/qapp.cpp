@@ -1,10 +1,15 @@
 #include "toolkit/qapp.h"
 
+#include "toolkit/glext.h" // first of the OpenGL headers
+
 #include "foundation/qapphooks.h"
 #include "foundation/qfilesys.h"
 #include "foundation/qmessage.h"
 #include "images/qbitmap.h"
 #include "platform/platform_window.h"
+#include "toolkit/qcanvas.h"
+#include "toolkit/qfont.h"
+#include "toolkit/qglcontext.h"
 #include "toolkit/qfxmanager.h"
 #include "toolkit/qstate.h"
 #include "toolkit/qwindow.h"
@@ -20,6 +25,28 @@ QApp* app = nullptr;
 bool (*QApp::screenshotReader)(QWindow* window, QBitMap* into) = nullptr;
 
 namespace {
+
+// What the window shows. On a native window the display is asked: it holds exactly what the user
+// sees, where a software renderer's front buffer reads back empty once it has been swapped. Without
+// one, or when the display can't say, the front buffer is read through the canvas.
+bool ReadWindowFront(QWindow* window, QBitMap* into)
+{
+    QCanvas* cv = window->GetCanvas();
+    if (cv) cv->Select();
+    QXWindow* xw = window->GetXWindow();
+    PlatformWindow* native = xw ? xw->GetPlatformWindow() : nullptr;
+    // A plain child lies at its absolute position in its ancestor's native window.
+    int nx = window->IsX() ? 0 : window->x, ny = window->IsX() ? 0 : window->y;
+    if (native &&
+        PlatformWindowReadPixels(native, nx, ny, into->GetWidth(), into->GetHeight(), into->GetMemory()))
+        return true;
+    QGLContext* gl = cv && cv->GetGLContext() ? cv->GetGLContext() : QGLContext::GetCurrent();
+    if (!cv || !gl || !gl->GetNative()) return false;
+    glReadBuffer(GL_FRONT);
+    cv->ReadPixels(into, 0, 0, -1, -1, 0, 0);
+    glReadBuffer(GL_BACK);
+    return true;
+}
 
 // What the foundation asks of the application: always of the one behind 'app', so that the hooks
 // never outlive it.
@@ -52,12 +79,17 @@ QApp::QApp(const char* name)
     QEventClear(&event);
     app = this;
     QEventInit();
+    QCanvasInstallHooks();
+    screenshotReader = ReadWindowFront;
     wm = new QWindowManager();
     qappHooks = &appHooks;
 }
 
 QApp::~QApp()
 {
+    // The system font first, while the windows' contexts still hold its lists and texture.
+    delete sysFont;
+    sysFont = nullptr;
     // Windows leave the manager in their destructors, so they go before it.
     delete bc;
     bc = nullptr;

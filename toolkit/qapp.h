@@ -78,8 +78,8 @@ public:
     void TakeScreenshot(bool ofShell); // F11: bc; control+alt+F11: shell
     bool SaveScreenShot(QWindow* window, const char* fileName);
 
-    // Reads a window's front buffer into a 32-bit bitmap of its size. Set by the canvas; while it
-    // is null a screenshot is reported and nothing is written.
+    // Reads what a window shows into a 32-bit bitmap of its size. The constructor sets the canvas's
+    // reader; while it is null a screenshot is reported and nothing is written.
     static bool (*screenshotReader)(QWindow* window, QBitMap* into);
 
     uint32_t flags;
@@ -96,7 +96,7 @@ public:
     int32_t gfxStencilBits, gfxAlphaBits, gfxDepthBits;
     int32_t gfxRefresh;         // Hz; 0 or less: no wish
     QWindowManager* wm;         // owned
-    QFont* sysFont;             // borrowed
+    QFont* sysFont;             // owned; made with the first window's context
     QWindow* shell;             // owned: deleted with the application
     QStateManager* sm;          // owned; may be null
     QEvent event;               // the event being processed

@@ -2,6 +2,7 @@
 
 #include "foundation/qmessage.h"
 #include "toolkit/qapp.h"
+#include "toolkit/qcanvas.h"
 #include "toolkit/qevent.h"
 #include "toolkit/qwinmgr.h"
 #include "toolkit/qxwindow.h"
@@ -19,15 +20,22 @@ QWindow::QWindow(QWindow* parentWin, int x0, int y0, int w, int h)
       group(parentWin ? parentWin->group : nullptr), flags(0), eventMask(0), tabStop(-1), userData(0),
       tex(nullptr), texFrame(0), texOffX(0), texOffY(0)
 {
+    // A child draws into its parent's drawable, offset by its absolute position.
+    cv = parent && parent->cv ? new QCanvas(parent->cv) : new QCanvas(this);
     ComputeAbsolute(&x, &y);
+    cv->SetOrigin(x, y);
 }
 
 QWindow::~QWindow()
 {
-    if (!(flags & QWF_CREATED)) return;
-    QWindowManager* wm = Manager();
-    if (wm && !wm->RemoveWindow(this)) return;
-    QEventRemoveWindow(this);
+    if (flags & QWF_CREATED) {
+        QWindowManager* wm = Manager();
+        // A window the manager doesn't know stops here; the drawable still deletes the canvas.
+        if (wm && !wm->RemoveWindow(this)) return;
+        QEventRemoveWindow(this);
+    }
+    delete cv;
+    cv = nullptr;
     if (flags & QWF_X) {
         delete xwin;
         xwin = nullptr;
@@ -68,6 +76,11 @@ bool QWindow::Create()
     if (flags & QWF_FULLSCREEN) xwin->SetFullScreen();
     if (icon) xwin->SetIcon(icon);
     xwin->Create();
+    // From now on the window draws into its own native window, at its origin.
+    delete cv;
+    cv = new QCanvas(this);
+    cv->SetGLContext(xwin->GetContext());
+    cv->SetBuffer(true);
     flags |= QWF_CREATED;
     wm->AddWindow(this);
     return true;
@@ -206,6 +219,7 @@ bool QWindow::Move(int nx, int ny, bool repaint)
     if (repaint) InvalidateParent(QRect(x, y, wid, hgt));
     x = ax;
     y = ay;
+    cv->SetOrigin(ax, ay);
     if (repaint) Invalidate(nullptr);
     return true;
 }
@@ -265,6 +279,18 @@ void QWindow::InvalidateParent(const QRect& r)
     if (!parent) return;
     QRect local(r.x - parent->x, r.y - parent->y, r.wid, r.hgt);
     parent->Invalidate(&local);
+}
+
+void QWindow::PaintBackground()
+{
+    if (flags & QWF_NO_BACKGROUND) return;
+    QRect r(0, 0, wid, hgt);
+    if (cv->UsesX()) {
+        cv->SetColor(PX_TEAL, -1);
+        cv->FillRect(&r);
+        return;
+    }
+    if (QWindowManager* wm = Manager()) wm->PaintBackground(this, &r);
 }
 
 void QWindow::Notify(QEvent* e) const

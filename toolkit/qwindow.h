@@ -77,6 +77,9 @@ public:
 
     void Invalidate(QRect* r);
     void Notify(QEvent* e) const;
+    // Fills the window with the window manager's tile, or plain teal (QWF_NO_TILE, no tile, or a
+    // canvas that draws through a gc); nothing with QWF_NO_BACKGROUND.
+    void PaintBackground();
 
     void SetFlags(uint32_t bits) { flags |= bits; }
     void ClearFlags(uint32_t bits) { flags &= ~bits; }

@@ -1,6 +1,8 @@
 #include "toolkit/qwinmgr.h"
 
 #include "foundation/qmessage.h"
+#include "images/qbitmap.h"
+#include "toolkit/qcanvas.h"
 #include "toolkit/qevent.h"
 #include "toolkit/qwindow.h"
 #include "toolkit/qxwindow.h"
@@ -223,6 +225,35 @@ void QWindowManager::RepositionChildren(QWindow* leader, bool repaint)
 {
     if (!leader || !(leader->GetFlags() & QWF_GROUP)) return;
     RepositionTree(leader, repaint);
+}
+
+// The tile lies on a grid from the window's origin; each cell is cut to 'r' and blitted from the
+// matching place in the tile.
+void QWindowManager::PaintBackground(QWindow* w, QRect* r)
+{
+    QCanvas* cv = w->GetCanvas();
+    if (!cv) return;
+    QRect all(0, 0, w->GetWidth(), w->GetHeight());
+    if (!r) r = &all;
+    int bw = background ? background->GetWidth() : 0, bh = background ? background->GetHeight() : 0;
+    if (!background || (w->GetFlags() & QWF_NO_TILE) || bw < 1 || bh < 1) {
+        cv->Select();
+        cv->SetColor(PX_TEAL, -1);
+        cv->FillRect(r);
+        return;
+    }
+    int col0 = r->x / bw, col1 = (r->x + r->wid - 1) / bw;
+    int row0 = r->y / bh, row1 = (r->y + r->hgt - 1) / bh;
+    cv->Select();
+    cv->SetBlending(false);
+    for (int col = col0; col <= col1; col++) {
+        for (int row = row0; row <= row1; row++) {
+            int cellX = col * bw, cellY = row * bh;
+            int ix = std::max(cellX, r->x), iy = std::max(cellY, r->y);
+            int iw = std::min(cellX + bw, r->x + r->wid) - ix, ih = std::min(cellY + bh, r->y + r->hgt) - iy;
+            if (iw > 0 && ih > 0) cv->Blit(background, ix, iy, iw, ih, ix - cellX, iy - cellY, 1);
+        }
+    }
 }
 
 } // namespace tarvik

@@ -52,6 +52,9 @@ public:
 
     bool ProcessEvent(QEvent* e);
     void RepositionChildren(QWindow* leader, bool repaint);
+    // Tiles 'r' (null: the whole window) of w's canvas with 'background', or fills it with teal
+    // when there is no tile or w has QWF_NO_TILE.
+    void PaintBackground(QWindow* w, QRect* r);
 
     void SetAddProc(AddProc proc, void* data) { addProc = proc; addData = data; }
     void SetBackground(QBitMap* bm) { background = bm; }

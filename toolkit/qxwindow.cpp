@@ -5,6 +5,7 @@
 #include "foundation/qmessage.h"
 #include "platform/platform_window.h"
 #include "toolkit/qapp.h"
+#include "toolkit/qfont.h"
 #include "toolkit/qglcontext.h"
 #include "toolkit/qwindow.h"
 
@@ -91,6 +92,9 @@ bool QXWindow::Create()
     glContext->SetDrawBuffer(GL_FRONT);
     glContext->Clear(GL_COLOR_BUFFER_BIT);
     glContext->SetDrawBuffer(GL_BACK);
+
+    // The application's system font comes with its first context; the others share its lists.
+    if (app && !app->sysFont && glContext->GetNative()) app->sysFont = QFontCreateSystem();
     return true;
 }
 

@@ -4,6 +4,7 @@
 #include "toolkit/glext.h" // first of the OpenGL headers: <epoxy/gl.h>
 
 #include "foundation/qmessage.h"
+#include "render/dtexhooks.h"
 #include "render/dtexture.h"
 #include "render/qobjectmgr.h"
 #include "toolkit/qapp.h"
@@ -45,6 +46,7 @@ DGlobal* d3GetDGlobal()
 {
     if (dglobal) return dglobal;
     dglobal = new DGlobal;
+    d3RegisterToolkitHooks(); // every texture passes here first, so windows can paint them
     if (app) app->AddCleanupProc(d3FreeDGlobal);
     else QWARNING("d3GetDGlobal(); no 'app' yet, so cleanup of dglobal won't be called -> memory leak");
     return dglobal;

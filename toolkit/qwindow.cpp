@@ -1,9 +1,13 @@
 #include "toolkit/qwindow.h"
 
+#include <epoxy/gl.h>
+
 #include "foundation/qmessage.h"
 #include "toolkit/qapp.h"
 #include "toolkit/qcanvas.h"
 #include "toolkit/qevent.h"
+#include "toolkit/qglcontext.h"
+#include "toolkit/qtexhooks.h"
 #include "toolkit/qwinmgr.h"
 #include "toolkit/qxwindow.h"
 
@@ -12,6 +16,46 @@ namespace tarvik {
 namespace {
 
 QWindowManager* Manager() { return app ? app->wm : nullptr; }
+
+// The render library's textures, or null in a program without it, which is said once.
+const QTextureHooks* TextureHooks()
+{
+    static bool told = false;
+    if (!qtextureHooks && !told) {
+        QWARNING("QWindow:PaintTexture(); no texture support in this program");
+        told = true;
+    }
+    return qtextureHooks;
+}
+
+// The state both texture paints share: the canvas's 2-D set-up made afresh, the texture bound
+// with repeating wraps, texturing on, no culling or lighting. False, with nothing changed but the
+// canvas's set-up, when no context is current.
+bool BeginTexturePaint(QCanvas* cv, const QTextureHooks* hooks, DTexture* tex, bool blend)
+{
+    cv->Set3D();
+    cv->Set2D();
+    if (!QGLContext::GetCurrent()) return false;
+    hooks->Select(tex);
+    glEnable(GL_TEXTURE_2D);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    if (blend)
+        glEnable(GL_BLEND);
+    else
+        glDisable(GL_BLEND);
+    glDisable(GL_CULL_FACE);
+    glDisable(GL_LIGHTING);
+    hooks->SetWrap(tex, GL_REPEAT, GL_REPEAT);
+    return true;
+}
+
+// Texturing goes off again, since the canvas's own primitives expect it off; the blending and
+// colour changed behind the canvases' back.
+void EndTexturePaint()
+{
+    glDisable(GL_TEXTURE_2D);
+    QCanvas::InvalidateGLState();
+}
 
 } // namespace
 
@@ -291,6 +335,88 @@ void QWindow::PaintBackground()
         return;
     }
     if (QWindowManager* wm = Manager()) wm->PaintBackground(this, &r);
+}
+
+void QWindow::PaintTexture()
+{
+    if (!tex) {
+        QWARNING("QWindow:PaintTexture(); no texture");
+        return;
+    }
+    if (texGrid.wid == 0) {
+        QWARNING("QWindow:PaintTexture(); texGrid.wid=0");
+        return;
+    }
+    const QTextureHooks* hooks = TextureHooks();
+    if (!hooks) return;
+    const int texW = hooks->GetWidth(tex), texH = hooks->GetHeight(tex);
+    if (texW <= 0 || texH <= 0) {
+        QWARNING("QWindow:PaintTexture(); texture has no size");
+        return;
+    }
+    const float cellW = 1.0f / (float(texW) / float(texGrid.wid)); // one cell in texture coordinates
+    cv->SetBlending(true);
+    if (!BeginTexturePaint(cv, hooks, tex, true)) return;
+
+    bool dimmed = (flags & QWF_DISABLED) || (group && group != this && !group->IsEnabled());
+    // The stretched form leaves GL_REPLACE behind, which would drop this colour's alpha.
+    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
+    glColor4f(1, 1, 1, dimmed ? 0.3f : 0.95f);
+
+    const int cx = wid / 2 + texOffX + x, cy = hgt / 2 + texOffY + y;
+    const float hw = float(wid) * 0.5f, hh = float(hgt) * 0.5f;
+    // Rows turn upward against the height of the shell, the main native window.
+    const QWindow* shell = app ? app->shell : nullptr;
+    const float top = float((shell ? shell->GetHeight() : cv->GetHeight()) - 1);
+    const float s0 = float(texFrame) * cellW, s1 = float(texFrame + 1) * cellW;
+    const float t0 = 1.0f, t1 = 1.0f - float(texGrid.hgt) / float(texH);
+    glBegin(GL_QUADS);
+    glTexCoord2f(s1, t0);
+    glVertex2f(float(cx) + hw, top - (float(cy) - hh));
+    glTexCoord2f(s0, t0);
+    glVertex2f(float(cx) - hw, top - (float(cy) - hh));
+    glTexCoord2f(s0, t1);
+    glVertex2f(float(cx) - hw, top - (float(cy) + hh));
+    glTexCoord2f(s1, t1);
+    glVertex2f(float(cx) + hw, top - (float(cy) + hh));
+    glEnd();
+    EndTexturePaint();
+}
+
+void QWindow::PaintTextureStretched(DTexture* t, QRect* src, QRect* dst)
+{
+    if (!t) {
+        QWARNING("QWindow:PaintTexture(); no texture");
+        return;
+    }
+    const QTextureHooks* hooks = TextureHooks();
+    if (!hooks) return;
+    const int texW = hooks->GetWidth(t), texH = hooks->GetHeight(t);
+    if (texW <= 0 || texH <= 0) {
+        QWARNING("QWindow:PaintTexture(); texture has no size");
+        return;
+    }
+    QRect to = dst ? QRect(dst->x + x, dst->y + y, dst->wid, dst->hgt) : QRect(x, y, wid, hgt);
+    QRect from = src ? *src : QRect(0, 0, texW, texH);
+    if (!BeginTexturePaint(cv, hooks, t, false)) return;
+    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_REPLACE);
+
+    const float h = float(cv->GetHeight());
+    const float left = float(to.x), right = float(to.x + to.wid);
+    const float top = h - float(to.y), bottom = h - float(to.y + to.hgt);
+    const float s0 = float(from.x) / float(texW), s1 = float(from.x + from.wid) / float(texW);
+    const float t0 = float(from.y) / float(texH), t1 = float(from.y + from.hgt) / float(texH);
+    glBegin(GL_QUADS);
+    glTexCoord2f(s1, t0);
+    glVertex2f(right, top);
+    glTexCoord2f(s0, t0);
+    glVertex2f(left, top);
+    glTexCoord2f(s0, t1);
+    glVertex2f(left, bottom);
+    glTexCoord2f(s1, t1);
+    glVertex2f(right, bottom);
+    glEnd();
+    EndTexturePaint();
 }
 
 void QWindow::Notify(QEvent* e) const

@@ -80,6 +80,13 @@ public:
     // Fills the window with the window manager's tile, or plain teal (QWF_NO_TILE, no tile, or a
     // canvas that draws through a gc); nothing with QWF_NO_BACKGROUND.
     void PaintBackground();
+    // Draws 'tex' over the window, cell 'texFrame' of the grid 'texGrid' (cells side by side along
+    // the texture's top edge), moved by texOffX, texOffY, at alpha 0.3 when disabled, else 0.95.
+    void PaintTexture();
+    // Draws the part 'src' of 't' (null: all of it; in texels, y from the texture's first row)
+    // over the window or over 'dst' (window coordinates, null: the window), unblended. Leaves the
+    // texture environment at GL_REPLACE.
+    void PaintTextureStretched(DTexture* t, QRect* src, QRect* dst);
 
     void SetFlags(uint32_t bits) { flags |= bits; }
     void ClearFlags(uint32_t bits) { flags &= ~bits; }

@@ -1,0 +1,7 @@
+#include "toolkit/qtexhooks.h"
+
+namespace tarvik {
+
+const QTextureHooks* qtextureHooks = nullptr;
+
+} // namespace tarvik

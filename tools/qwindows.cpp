@@ -1,18 +1,18 @@
 // qwindows: the toolkit's windows on the screen. A shell window with four tiles, its child windows:
 // Tab and shift+Tab move the keyboard focus around them (the focused tile wears a white frame),
 // a click gives a tile the focus and changes its shade, and the keys 1 to 4 press the tiles from
-// anywhere. Escape or closing the window ends the program.
+// anywhere. Escape or closing the window ends the program. Everything is drawn through the
+// canvases of the windows: a tile's canvas stands on the shell's drawable at the tile's place.
 //
 //   qwindows [-quiet]
 #include "platform/platform_window.h"
 #include "toolkit/qapp.h"
-#include "toolkit/qglcontext.h"
+#include "toolkit/qcanvas.h"
 #include "toolkit/qevent.h"
+#include "toolkit/qfont.h"
 #include "toolkit/qwindow.h"
 #include "toolkit/qwinmgr.h"
 #include "toolkit/qxwindow.h"
-
-#include <epoxy/gl.h>
 
 #include <cstdio>
 #include <cstring>
@@ -31,13 +31,9 @@ void Say(const char* format, const char* name, int a = 0, int b = 0, int c = 0)
     std::fflush(stdout);
 }
 
-// Fills a rectangle of the shell, given with y downward, in the colour 0xRRGGBB.
-void Fill(int x, int y, int w, int h, uint32_t rgb)
+void SetRGB(QCanvas* cv, uint32_t rgb)
 {
-    int shellHgt = app->shell->GetHeight();
-    glScissor(x, shellHgt - (y + h), w, h);
-    glClearColor(float(rgb >> 16 & 255) / 255, float(rgb >> 8 & 255) / 255, float(rgb & 255) / 255, 1);
-    glClear(GL_COLOR_BUFFER_BIT);
+    cv->SetColor(int(rgb >> 16 & 255), int(rgb >> 8 & 255), int(rgb & 255), 255);
 }
 
 class Tile : public QWindow {
@@ -51,11 +47,30 @@ public:
         SetTabStop(-2);
     }
 
+    // In the tile's own coordinates: its canvas has its origin at the tile's corner.
     void Paint(QRect*) override
     {
-        if (HasFocus()) Fill(x - 4, y - 4, wid + 8, hgt + 8, 0xFFFFFF);
-        uint32_t rgb = presses & 1 ? colour >> 1 & 0x7F7F7F : colour;
-        Fill(x, y, wid, hgt, rgb);
+        cv->SetBlending(false);
+        if (HasFocus()) {
+            SetRGB(cv, 0xFFFFFF);
+            cv->Frame(-4, -4, wid + 8, hgt + 8);
+            cv->Frame(-3, -3, wid + 6, hgt + 6);
+        }
+        SetRGB(cv, presses & 1 ? colour >> 1 & 0x7F7F7F : colour);
+        cv->FillRect(0, 0, wid, hgt);
+        if (!app->sysFont) return;
+        char text[64];
+        std::snprintf(text, sizeof(text), "%s\nkey %c, pressed %d", GetName(), char(shortcut), presses);
+        QRect r(0, 0, wid, hgt);
+        cv->SetFont(app->sysFont);
+        SetRGB(cv, 0xFFFFFF);
+        cv->TextML(text, &r, 3);
+    }
+
+    bool OnExpose(int, int, int, int) override
+    {
+        dirty = true; // painted with the rest in the idle step, never alone
+        return true;
     }
 
     bool OnButtonPress(int button, int px, int py) override
@@ -117,6 +132,12 @@ public:
         return true;
     }
 
+    bool OnExpose(int, int, int, int) override
+    {
+        dirty = true;
+        return true;
+    }
+
     bool OnKeyPress(int key, int px, int py) override
     {
         if (uint32_t(key) == QK_ESCAPE) app->Exit(0);
@@ -131,15 +152,30 @@ void PaintAll()
         return;
     }
     dirty = false;
-    QXWindow* xw = app->shell->GetXWindow();
-    xw->GetContext()->Select();
-    glViewport(0, 0, app->shell->GetWidth(), app->shell->GetHeight());
-    glEnable(GL_SCISSOR_TEST);
-    Fill(0, 0, app->shell->GetWidth(), app->shell->GetHeight(), 0x203040);
+    QCanvas* cv = app->shell->GetCanvas();
+    cv->Set2D();
+    cv->SetBlending(false);
+    SetRGB(cv, 0x203040);
+    cv->FillRect(0, 0, app->shell->GetWidth(), app->shell->GetHeight());
+    if (app->sysFont) {
+        cv->SetFont(app->sysFont);
+        SetRGB(cv, 0xB0C0D0);
+        cv->Text("Tab: next tile   1-4: press   Esc: quit", 30, 248, -1);
+    }
     for (QWindow* w : app->wm->GetWindows())
         if (w != app->shell) w->Paint(nullptr);
-    glDisable(GL_SCISSOR_TEST);
-    xw->Swap();
+    app->shell->GetXWindow()->Swap();
+}
+
+Tile* tiles[4]; // owned: the window manager only lists them
+
+// The tiles are ours; they leave the manager's list as they go, before the application deletes it.
+void DeleteTiles()
+{
+    for (Tile*& t : tiles) {
+        delete t;
+        t = nullptr;
+    }
 }
 
 } // namespace
@@ -156,7 +192,7 @@ int main(int argc, char** argv)
     }
     QApp* a = new QApp("qwindows");
     a->title = "qwindows";
-    Shell* shell = new Shell(340, 260);
+    Shell* shell = new Shell(340, 276);
     a->shell = shell;
     if (!shell->Create() || !shell->GetXWindow()->GetNativeHandle()) {
         std::fprintf(stderr, "qwindows: no window could be opened (is DISPLAY set?)\n");
@@ -164,10 +200,11 @@ int main(int argc, char** argv)
         return 1;
     }
     // Tiles go after the shell: the manager's list is front-first, so they lie above it.
-    new Tile(shell, "red", 30, 30, 0xD04040, '1');
-    new Tile(shell, "green", 190, 30, 0x40B050, '2');
-    new Tile(shell, "blue", 30, 150, 0x4060D0, '3');
-    new Tile(shell, "yellow", 190, 150, 0xE0C040, '4');
+    tiles[0] = new Tile(shell, "red", 30, 30, 0xD04040, '1');
+    tiles[1] = new Tile(shell, "green", 190, 30, 0x40B050, '2');
+    tiles[2] = new Tile(shell, "blue", 30, 150, 0x4060D0, '3');
+    tiles[3] = new Tile(shell, "yellow", 190, 150, 0xE0C040, '4');
+    a->AddCleanupProc(DeleteTiles);
     a->SetIdleProc(PaintAll);
     for (;;) a->Run1(); // closing the window ends the program through QApp::Exit
 }

@@ -1,8 +1,9 @@
 // DDS loading against the floor: a 4096x4096 DXT5 file with its full chain of 13 mipmap levels
 // (22 369 776 bytes of blocks) is loaded and flipped by DDDS::Load, and the same file is read with
-// one fread into one block, which no loader can beat. A third road preloads the file into memory
+// one fread into one block, allocated for the read and freed after it as the loader's levels are,
+// which no loader can beat. A third road preloads the file into memory
 // and loads from there, as a file opened with QFile's MEMORY mode would be.
-//   dds_bench <folder> [runs]        (runs defaults to 20; the best of each road counts)
+//   dds_bench <folder> [loads]        (loads per road, default 20; the best of each road counts)
 // The file is written into <folder> first and read from the page cache. One line out:
 // "dds 4096x4096 DXT5, 13 levels: fread <ms> ms, load <ms> ms (<ratio>x), preload <ms> ms (<ratio>x)".
 #include "foundation/qfile.h"
@@ -32,7 +33,7 @@ static void Put32(std::vector<uint8_t>& v, size_t at, uint32_t x)
 int main(int argc, char** argv)
 {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: dds_bench <folder> [runs]\n");
+        std::fprintf(stderr, "usage: dds_bench <folder> [loads]\n");
         return 2;
     }
     int runs = argc > 2 ? std::atoi(argv[2]) : 20;

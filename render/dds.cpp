@@ -26,17 +26,16 @@ namespace {
 // and the flip, enough to keep the reads few.
 const int SLICE_BYTES = 256 * 1024;
 
-// Reads forward through the header; past its end every number is 0 and 'overrun' is set, so a
-// header cut short reads as a file of no known format.
+// Reads forward through the header; past its end every number is 0, so a header cut short reads
+// as a file of no known format, or of levels that the file has no bytes for.
 struct Cursor {
     const uint8_t* p;
     const uint8_t* end;
-    bool overrun = false;
 
-    void Skip(long n) { if (end - p < n) { overrun = true; p = end; } else p += n; }
+    void Skip(long n) { p = end - p < n ? end : p + n; }
     uint32_t U32()
     {
-        if (end - p < 4) { overrun = true; p = end; return 0; }
+        if (end - p < 4) { p = end; return 0; }
         uint32_t v = uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
         p += 4;
         return v;
@@ -328,6 +327,8 @@ bool DDDS::LoadMemory(const char* name, const void* data, int size)
 bool DDDS::LoadFile(const char* name, QFile* file)
 {
     Free();
+    format = 0;
+    internalFormat = 0;
     uint8_t header[HEADER_SIZE];
     int got = file->Read(header, HEADER_SIZE);
     Cursor c{header, header + (got > 0 ? got : 0)};
@@ -387,13 +388,13 @@ bool DDDS::LoadFile(const char* name, QFile* file)
     uint64_t need = 0;
     for (int level = 0; level < levels; level++) {
         uint64_t bytes = LevelBytes(LevelDim(fileWid, level), LevelDim(fileHgt, level), format, blockSize);
-        if (bytes > uint64_t(INT32_MAX)) { // no level of 2 GB or more: 'sizes' are 32-bit
-            QERROR("DDDS:Load(%s); out of memory for mipmap level %d", name, level);
-            return false;
-        }
-        need += bytes;
+        need = bytes > left - need ? left + 1 : need + bytes; // no overflow: 'need' stays within 'left'
         if (need > left) {
             QWARNING("DDDS:Load(%s); file too short for mipmap level %d", name, level);
+            return false;
+        }
+        if (bytes > uint64_t(INT32_MAX)) { // a file of gigabytes: 'sizes' are 32-bit
+            QERROR("DDDS:Load(%s); out of memory for mipmap level %d", name, level);
             return false;
         }
     }

@@ -3,9 +3,10 @@
 // Compressed levels (DXT1, DXT3, DXT5) stay compressed and go to OpenGL as they are, but turned
 // upside down in the block data on the way: the block rows are stored last to first and each block
 // has its four pixel rows reversed, so the file's top row ends up last, where a texture's first row
-// is the bottom one. For sizes that are not multiples of 4 the padding rows of the last block row
-// come to the bottom, so such a picture stands a few rows too high. 32-bit levels are turned from
-// blue, green, red, alpha into red, green, blue, alpha and keep the file's row order.
+// is the bottom one. For heights that are not multiples of 4 the padding rows of the last block
+// row come to the bottom, so such a picture stands that many rows too high, its top rows cut off.
+// 32-bit levels are turned from blue, green, red, alpha into red, green, blue, alpha and keep the
+// file's row order.
 //
 // The file is never trusted: before any level is allocated, the sizes of all levels it names are
 // worked out in 64 bits and checked against the bytes behind the header, so a small file that
@@ -85,7 +86,7 @@ private:
     int32_t mipmaps;             // levels named by the file
     int32_t format;              // DDSFormat
     uint32_t internalFormat;     // OpenGL format of compressed levels
-    uint32_t word;               // 0
+    [[maybe_unused]] uint32_t word; // 0, read by nothing
     int32_t blockSize;           // bytes per 4x4 block: 8 or 16
 };
 

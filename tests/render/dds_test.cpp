@@ -143,40 +143,32 @@ TEST_F(DDDSTest, LevelsHalveDownToOneAndStayThere)
         }
         EXPECT_EQ(rtest::HasText(err, "DDS format might be unreliable, pls use DXT5."), c.bits == 32) << err;
     }
-}
-
-TEST_F(DDDSTest, ThirtyTwoBitPixelsTurnRedBlueAndKeepTheirRows)
-{
-    DDDS dds;
+    // 32-bit pixels turn from blue, green, red, alpha into red, green, blue, alpha, rows in order.
+    DDDS rgba;
     std::string err;
-    std::string pixels = "\x01\x02\x03\x04\x11\x12\x13\x14";
-    ASSERT_TRUE(LoadText(dds, "rgba.dds", Header(2, 1, 1, 0, "    ", 32) + pixels, &err));
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(dds.GetPixels(0)), 8), "\x03\x02\x01\x04\x13\x12\x11\x14");
+    ASSERT_TRUE(LoadText(rgba, "rgba", Header(2, 1, 1, 0, "    ", 32) + "\1\2\3\4\21\22\23\24", &err));
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(rgba.GetPixels(0)), 8), "\3\2\1\4\23\22\21\24");
 }
 
 TEST_F(DDDSTest, ColourIsSRGBUnlessLinear)
 {
     const struct {
         const char* code;
-        int linear;
-        uint32_t format;
-        int blockSize;
-    } cases[] = {
-        {"DXT1", 1, GL_COMPRESSED_RGBA_S3TC_DXT1_EXT, 8},        {"DXT1", 0, GL_COMPRESSED_SRGB_ALPHA_S3TC_DXT1_EXT, 8},
-        {"DXT3", 1, GL_COMPRESSED_RGBA_S3TC_DXT3_EXT, 16},       {"DXT3", 0, GL_COMPRESSED_SRGB_ALPHA_S3TC_DXT3_EXT, 16},
-        {"DXT5", 1, GL_COMPRESSED_RGBA_S3TC_DXT5_EXT, 16},       {"DXT5", 0, GL_COMPRESSED_SRGB_ALPHA_S3TC_DXT5_EXT, 16},
-    };
+        uint32_t linear, srgb;
+    } cases[] = {{"DXT1", GL_COMPRESSED_RGBA_S3TC_DXT1_EXT, GL_COMPRESSED_SRGB_ALPHA_S3TC_DXT1_EXT},
+                 {"DXT3", GL_COMPRESSED_RGBA_S3TC_DXT3_EXT, GL_COMPRESSED_SRGB_ALPHA_S3TC_DXT3_EXT},
+                 {"DXT5", GL_COMPRESSED_RGBA_S3TC_DXT5_EXT, GL_COMPRESSED_SRGB_ALPHA_S3TC_DXT5_EXT}};
     CaptureStderr();
     DGlobal* global = d3GetDGlobal();
     GetCapturedStderr();
-    for (const auto& c : cases) {
-        global->linearColor = c.linear;
-        DDDS dds;
-        std::string err;
-        ASSERT_TRUE(LoadText(dds, c.code, Header(4, 4, 1, 4, c.code, 0) + Bytes(16, 2), &err)) << err;
-        EXPECT_EQ(dds.GetInternalFormat(), c.format) << c.code << " linear " << c.linear;
-        EXPECT_EQ(dds.GetBlockSize(), c.blockSize);
-    }
+    for (const auto& c : cases)
+        for (int linear = 0; linear < 2; linear++) {
+            global->linearColor = linear;
+            DDDS dds;
+            std::string err;
+            ASSERT_TRUE(LoadText(dds, c.code, Header(4, 4, 1, 4, c.code, 0) + Bytes(16, 2), &err)) << err;
+            EXPECT_EQ(dds.GetInternalFormat(), linear ? c.linear : c.srgb) << c.code << " linear " << linear;
+        }
 }
 
 TEST_F(DDDSTest, DamagedFilesAreRefusedBeforeAnyLevelIsAllocated)
@@ -210,8 +202,12 @@ TEST_F(DDDSTest, DamagedFilesAreRefusedBeforeAnyLevelIsAllocated)
             DDDS dds;
             std::string err;
             EXPECT_FALSE(LoadText(dds, c.name, c.file, &err)) << c.name;
-            if (c.report) EXPECT_EQ(err.substr(0, err.find('\n')), c.report) << c.name;
-            else EXPECT_EQ(err, "") << c.name;
+            if (c.report) {
+                std::string last = err.substr(0, err.size() - 1); // the refusal is the last report
+                EXPECT_EQ(last.substr(last.rfind('\n') + 1), c.report) << c.name;
+            } else {
+                EXPECT_EQ(err, "") << c.name;
+            }
             for (int l = 0; l < DDDS::MAX_LEVELS; l++) EXPECT_EQ(dds.GetPixels(l), nullptr) << c.name << " level " << l;
         }
         EXPECT_EQ(qGetAllocCount(), allocs) << c.name;
@@ -242,13 +238,10 @@ TEST_F(DDDSTest, HugeClaimsStayWithinAnAddressSpaceLimit)
     GTEST_SKIP() << "the address sanitizer reserves more address space than any limit allows";
 #endif
 #endif
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
     std::fflush(nullptr);
     pid_t pid = fork();
     if (pid == 0) {
-        dup2(fds[1], 2);
-        close(fds[0]);
+        if (!std::freopen("child.txt", "w", stderr)) _exit(2);
         long pages = 0;
         if (FILE* f = std::fopen("/proc/self/statm", "r")) {
             if (std::fscanf(f, "%ld", &pages) != 1) pages = 0;
@@ -259,22 +252,18 @@ TEST_F(DDDSTest, HugeClaimsStayWithinAnAddressSpaceLimit)
         setrlimit(RLIMIT_AS, &limit);
         const std::string files[] = {Header(65535, 65535, 16, 4, "DXT5", 0) + Bytes(72, 5),
                                      Header(16384, 16384, 16, 0, "    ", 32) + Bytes(72, 5),
-                                     Header(8192, 8192, 1, 4, "DXT1", 0) + Bytes(1 << 20, 5)};
+                                     Header(16384, 16384, 1, 4, "DXT1", 0) + Bytes(1 << 20, 5)};
         bool refused = true;
         for (const std::string& f : files) {
             DDDS dds;
-            refused = refused && !dds.LoadMemory("claim", f.data(), int(f.size()));
+            refused = !dds.LoadMemory("claim", f.data(), int(f.size())) && refused;
         }
         std::fflush(nullptr);
         _exit(refused ? 0 : 1);
     }
-    close(fds[1]);
-    std::string err;
-    char buf[256];
-    for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;) err.append(buf, size_t(n));
-    close(fds[0]);
     int status = 0;
     ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    std::string err = test::ReadFile("child.txt");
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << err;
     EXPECT_FALSE(rtest::HasText(err, "out of memory")) << err;
     EXPECT_TRUE(rtest::HasText(err, "DDDS:Load(claim); file too short for mipmap level 0"));
@@ -297,13 +286,17 @@ TEST_F(DDDSTest, AllocationFailuresAreReportedAndLeaveNothing)
         int blocks = qGetAllocCount() - allocs; // a failed allocation counts as well
         if (ok && blocks == 0) break;           // no failure left to inject
         EXPECT_LE(blocks, 1) << nth;
-        if (!ok) EXPECT_TRUE(rtest::HasText(err, "out of memory for mipmap level " + std::to_string(nth - 2))) << err;
+        if (!ok) {
+            // The first allocation is the name of the file object; the levels follow.
+            EXPECT_TRUE(rtest::HasText(err, "out of memory for mipmap level " + std::to_string(nth - 2))) << err;
+        }
     }
 }
 
 TEST_F(DDDSTest, ArchiveMembersAndDiskFilesGiveTheSameLevels)
 {
-    const std::string file = Header(12, 9, 3, 4, "DXT5", 0) + Bytes(9 * 16 + 2 * 16 + 16, 7);
+    // 1018x517 and 509x258: rows of 255 and 128 blocks, level 0 in three slices on the disk road.
+    const std::string file = Header(517, 1018, 2, 4, "DXT5", 0) + Bytes(255 * 130 * 16 + 128 * 65 * 16, 7);
     test::WriteFile("disk.dds", file);
     DDDS noApp;
     EXPECT_FALSE(noApp.Load("disk.dds")); // no application, no file system to read from
@@ -319,15 +312,15 @@ TEST_F(DDDSTest, ArchiveMembersAndDiskFilesGiveTheSameLevels)
     CaptureStderr();
     new QApp("ddstest");
     app->vfs = &vfs;
-    DDDS memory, disk, member;
+    DDDS memory, disk, member, none;
     bool loaded = memory.LoadMemory("memory", file.data(), int(file.size())) && disk.Load("disk.dds") &&
                   member.Load("tex/road.dds");
-    bool missing = member.Load("tex/none.dds");
+    bool missing = none.Load("tex/none.dds");
     delete app;
     std::string err = GetCapturedStderr();
     ASSERT_TRUE(loaded) << err;
     EXPECT_FALSE(missing);
-    for (int l = 0; l < 3; l++) {
+    for (int l = 0; l < 2; l++) {
         std::string a(reinterpret_cast<const char*>(memory.GetPixels(l)), size_t(memory.GetSize(l)));
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(disk.GetPixels(l)), size_t(disk.GetSize(l))), a) << l;
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(member.GetPixels(l)), size_t(member.GetSize(l))), a) << l;
@@ -400,6 +393,40 @@ std::string Picture(int w, int h)
     return px;
 }
 
+// The driver and the image tool round the values between a block's two ends differently, so
+// those are made ends as well: the index rows still differ from pixel to pixel, and a flip shows
+// as much. Colour index 3 of a DXT1 block in its three-colour kind (first end not above the
+// second) is transparent black, and DXT5 alpha indices 6 and 7 of its six-value kind are 0 and
+// 255: they stay.
+void KeepEndColours(std::string& file, int blockSize, bool dxt5)
+{
+    for (size_t b = 128; dxt5 && b + 16 <= file.size(); b += 16) {
+        bool eightValues = uint8_t(file[b]) > uint8_t(file[b + 1]);
+        uint64_t bits = 0, out = 0;
+        for (int i = 0; i < 6; i++) bits |= uint64_t(uint8_t(file[b + 2 + size_t(i)])) << (8 * i);
+        for (int p = 0; p < 16; p++) {
+            uint64_t v = bits >> (3 * p) & 7;
+            if (v >= 2 && (eightValues || v < 6)) v &= 1;
+            out |= v << (3 * p);
+        }
+        for (int i = 0; i < 6; i++) file[b + 2 + size_t(i)] = char(out >> (8 * i));
+    }
+    for (size_t b = 128 + size_t(blockSize) - 8; b + 8 <= file.size(); b += size_t(blockSize)) {
+        auto byte = [&](size_t i) { return unsigned(uint8_t(file[b + i])); };
+        bool fourColours = blockSize == 16 || (byte(0) | byte(1) << 8) > (byte(2) | byte(3) << 8);
+        for (size_t i = 4; i < 8; i++) {
+            unsigned row = byte(i), out = 0;
+            for (int p = 0; p < 4; p++) {
+                unsigned v = row >> (2 * p) & 3;
+                if (v == 2) v = 0;
+                if (v == 3 && fourColours) v = 1;
+                out |= v << (2 * p);
+            }
+            file[b + i] = char(out);
+        }
+    }
+}
+
 int LevelBytes(int w, int h, int blockSize)
 {
     return blockSize ? (w + 3) / 4 * ((h + 3) / 4) * blockSize : w * h * 4;
@@ -434,6 +461,8 @@ TEST_F(DDDSGLTest, LevelsMatchTheImageToolsDecodeTurnedOver)
             for (size_t b = 128; b + 16 <= file.size(); b += 16)
                 for (int i = 0; i < 8; i++) file[b + size_t(i)] = char((b / 16 * 7 + size_t(i) * 29) & 255);
         }
+
+        if (c.blockSize) KeepEndColours(file, c.blockSize, std::string(c.compression) == "dxt5");
 
         std::string err;
         DTexture* tex = Upload(file, &err);
@@ -475,7 +504,9 @@ TEST_F(DDDSGLTest, LevelsMatchTheImageToolsDecodeTurnedOver)
                     << label << " level " << l << " texture row " << y;
                 compared++;
             }
-            if (h % 4 == 0) EXPECT_EQ(compared, h);
+            if (h % 4 == 0) {
+                EXPECT_EQ(compared, h);
+            }
         }
         EXPECT_EQ(at, file.size()) << label;
         Release(tex);
@@ -489,7 +520,16 @@ TEST_F(DDDSGLTest, SixteenLevelsAtMostAndMissingLevelsReported)
     // Twenty 1x1 levels: sixteen are read and uploaded, as far as the driver takes them.
     DTexture* twenty = Upload(Header(1, 1, 20, 4, "DXT1", 0) + Bytes(20 * 8, 8), &err);
     EXPECT_EQ(twenty->GetMaxLevel(), 15);
-    EXPECT_FALSE(rtest::HasText(err, "mipmap level 16")) << err;
+    // Levels beyond the driver's largest texture are refused, each with its warning.
+    GLint maxSize = 0;
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &maxSize);
+    int driverLevels = 1;
+    while ((1 << driverLevels) <= maxSize) driverLevels++;
+    for (int l = 0; l < 17; l++)
+        EXPECT_EQ(rtest::HasText(err, "DDDS:CreateTexture(); mipmap level " + std::to_string(l) +
+                                          " indicated compression failed"),
+                  l >= driverLevels && l < 16)
+            << l << ": " << err;
     GLint value = 0;
     glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, &value);
     EXPECT_EQ(value, 15);
@@ -513,7 +553,7 @@ TEST_F(DDDSGLTest, SixteenLevelsAtMostAndMissingLevelsReported)
 
     // Without linear colour the driver gets the sRGB kind.
     d3GetDGlobal()->linearColor = 0;
-    DTexture* srgb = Upload(Header(4, 8, 2, 4, "DXT5", 0) + Bytes(32, 8), &err);
+    DTexture* srgb = Upload(Header(4, 8, 2, 4, "DXT5", 0) + Bytes(48, 8), &err);
     for (int l = 0; l < 2; l++) {
         glGetTexLevelParameteriv(GL_TEXTURE_2D, l, GL_TEXTURE_INTERNAL_FORMAT, &value);
         EXPECT_EQ(value, GL_COMPRESSED_SRGB_ALPHA_S3TC_DXT5_EXT) << l;

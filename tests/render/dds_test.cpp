@@ -336,16 +336,8 @@ protected:
         test::XServerTest::SetUp();
         if (IsSkipped()) return;
         qmsgReset();
-        d3FreeDGlobal();
-        CaptureStderr();
-        new QApp("ddsgltest");
-        app->shell = new QWindow(nullptr, 0, 0, 32, 32);
-        app->shell->SetFlags(QWF_X);
-        bool made = app->shell->Create();
-        d3GetDGlobal();
-        std::string err = GetCapturedStderr();
-        ASSERT_TRUE(made) << err;
-        ASSERT_NE(QGLContext::GetCurrent(), nullptr);
+        std::string err;
+        ASSERT_TRUE(rtest::MakeGLShell("ddsgltest", 32, 32, &err)) << err;
         glGetError();
     }
     void TearDown() override

@@ -29,16 +29,8 @@ protected:
     {
         test::XServerTest::SetUp();
         if (IsSkipped()) return;
-        d3FreeDGlobal();
-        CaptureStderr();
-        new QApp("texgltest");
-        app->shell = new QWindow(nullptr, 0, 0, 32, 32);
-        app->shell->SetFlags(QWF_X);
-        bool made = app->shell->Create();
-        d3GetDGlobal(); // registered with the application, so no warning
-        std::string err = GetCapturedStderr();
-        ASSERT_TRUE(made) << err;
-        ASSERT_NE(QGLContext::GetCurrent(), nullptr);
+        std::string err;
+        ASSERT_TRUE(rtest::MakeGLShell("texgltest", 32, 32, &err)) << err;
         glGetError();
     }
     void TearDown() override

@@ -1,5 +1,6 @@
 #include "foundation/qinfo.h"
 
+#include "foundation/qask.h"
 #include "foundation/qeval.h"
 #include "foundation/qfile.h"
 #include "foundation/qhelpers.h"
@@ -552,7 +553,7 @@ bool QInfo::Write(const char* name, bool ask)
             question += "' does not exist (anymore) - it will be created; do you want this?";
             title = "File does not exist";
         }
-        if (PlatformAsk(title, question.cstr(), PLATFORM_ANSWER_CANCEL) != PLATFORM_ANSWER_YES) {
+        if (QAskUser(title, question.cstr(), 0)) {
             flags &= ~uint32_t(QIF_MODIFIED);
             return false;
         }

@@ -100,6 +100,12 @@ void QSplit::Add(const char* begin, const char* end)
     count++;
 }
 
+void QSplit::AddField(const char* value)
+{
+    if (!value) value = "";
+    Add(value, value + std::strlen(value));
+}
+
 void QSplit::SplitAmpersand(const char* text)
 {
     if (*text == '&') text++;

@@ -29,6 +29,10 @@ public:
     QSplit(const QSplit&) = delete;
     QSplit& operator=(const QSplit&) = delete;
 
+    // For a caller that cuts by rules of its own: no fields, then one more field at the end.
+    void Clear() { count = 0; } // the strings stay allocated and are refilled
+    void AddField(const char* value);
+
     int GetCount() const { return count; }
     const qstring& GetValue(int n) const; // a shared empty string outside the range
     const qstring& GetName(int n) const;

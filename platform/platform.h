@@ -1,9 +1,10 @@
 // The operating system as the rest of the tree sees it. Everything here is small and synchronous;
 // nothing outside this folder includes a system header beyond the C and C++ standard libraries.
 //
-// Message boxes and questions are a console layer: the title and text go to standard error.
-// A question is answered from the terminal when one is attached; without one it takes the
-// answer that loses nothing. Tests may fix the answer in advance.
+// Message boxes and questions go to a box provider when a windowed program has installed one
+// (PlatformSetBoxProvider); otherwise, and always while a test has preset the answer, they are a
+// console layer: the title and text go to standard error, and a question is answered from the
+// terminal when one is attached, or else takes the answer that loses nothing.
 #pragma once
 
 #include <cstdint>
@@ -15,13 +16,68 @@ namespace tarvik {
 // A modal box with one OK button. 'owner' is the native window it belongs to, or null.
 void PlatformMessageBox(const char* title, const char* text, void* owner);
 
-// Answers of PlatformAsk, and what a test may preset with PlatformSetAnswer.
-enum PlatformAnswer { PLATFORM_ANSWER_NONE = 0, PLATFORM_ANSWER_YES, PLATFORM_ANSWER_NO, PLATFORM_ANSWER_CANCEL };
+// Answers of the questions, and what a test may preset with PlatformSetAnswer. OK answers YES.
+enum PlatformAnswer {
+    PLATFORM_ANSWER_NONE = 0,
+    PLATFORM_ANSWER_YES,
+    PLATFORM_ANSWER_NO,
+    PLATFORM_ANSWER_CANCEL,
+    PLATFORM_ANSWER_OK = PLATFORM_ANSWER_YES,
+};
 
-// Asks a yes/no/cancel question. Without a terminal the answer is 'safeAnswer'.
+// The buttons of a question.
+enum PlatformButtons { PLATFORM_BUTTONS_OK = 0, PLATFORM_BUTTONS_OK_CANCEL, PLATFORM_BUTTONS_YES_NO_CANCEL };
+
+// Asks a question with the buttons given. 'owner' as above. Without a provider and a terminal the
+// answer is 'safeAnswer'.
+PlatformAnswer PlatformQuestion(const char* title, const char* text, PlatformButtons buttons, void* owner,
+                                PlatformAnswer safeAnswer);
+// A yes/no/cancel question without owner.
 PlatformAnswer PlatformAsk(const char* title, const char* text, PlatformAnswer safeAnswer);
-// Fixes the answer of every following question (PLATFORM_ANSWER_NONE returns to asking).
+// Fixes the answer of every following question (PLATFORM_ANSWER_NONE returns to asking). While an
+// answer is preset, boxes and questions stay on the console.
 void PlatformSetAnswer(PlatformAnswer answer);
+
+// Where a windowed program shows boxes: real windows. A provider may give up on one box (no
+// display at hand) by returning false; the console layer then takes it.
+struct PlatformBoxProvider {
+    bool (*Question)(const char* title, const char* text, PlatformButtons buttons, void* owner,
+                     PlatformAnswer* answer);
+};
+void PlatformSetBoxProvider(const PlatformBoxProvider* provider); // null: the console again
+
+// ---- Questions for a file name ------------------------------------------------------------------
+
+// Flags of a file question; the values are those the file dialog's callers have always passed.
+enum PlatformFileFlags : uint32_t {
+    PLATFORM_FILE_OVERWRITE_PROMPT = 2, // a save question asks before an existing file is chosen
+    PLATFORM_FILE_HIDE_READONLY = 4,
+    PLATFORM_FILE_MULTI = 0x200,        // several files may be chosen
+    PLATFORM_FILE_EXPLORER = 0x80000,
+};
+
+// A modal question for a file name. On a choice the provider fills 'file' and 'fileTitle' and
+// leaves the process's current directory at the folder of the choice.
+struct PlatformFileRequest {
+    const char* title;
+    void* owner;            // native window, or null
+    const char* initialDir; // null or empty: the current directory
+    const char* filter;     // label, zero, pattern, zero, ..., and one more zero; null: all files
+    uint32_t flags;         // PlatformFileFlags
+    bool save;              // a name to write to, which need not exist yet
+    char* file;             // in: the initial name; out: the full path, or with several files
+    int fileSize;           //   "folder\0name\0name\0\0"; always ends in two zeros
+    char* fileTitle;        // out: the chosen name without its folder (the first, with several)
+    int fileTitleSize;
+};
+typedef bool (*PlatformFileDialogProc)(PlatformFileRequest* request);
+
+// Asks through the installed procedure. Without one: on a terminal the name is read from it (an
+// empty line cancels); without a terminal the question is cancelled. False on cancel.
+bool PlatformFileDialog(PlatformFileRequest* request);
+// The procedure of the program's toolkit; null: the console again. Tests install their own.
+void PlatformSetFileDialog(PlatformFileDialogProc proc);
+PlatformFileDialogProc PlatformGetFileDialog();
 
 int PlatformProcessId();
 

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <cerrno>
 #include <ctime>
 #include <dirent.h>
@@ -15,39 +16,103 @@
 namespace tarvik {
 
 static PlatformAnswer presetAnswer = PLATFORM_ANSWER_NONE;
+static const PlatformBoxProvider* boxProvider = nullptr;
+static PlatformFileDialogProc fileDialogProc = nullptr;
 
 // A write past the file size limit (ulimit -f) would end the process with a signal and no word;
 // ignored, the write fails with EFBIG and its caller reports it like a full disk.
 [[maybe_unused]] static const bool fileSizeSignalIgnored = std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR;
 
-void PlatformMessageBox(const char* title, const char* text, void* owner)
+void PlatformSetAnswer(PlatformAnswer answer) { presetAnswer = answer; }
+void PlatformSetBoxProvider(const PlatformBoxProvider* provider) { boxProvider = provider; }
+
+// Reads a line from the terminal into 'line'; false at the end of the input.
+static bool ReadTerminalLine(const char* prompt, char* line, int size)
 {
-    (void)owner; // a console has no windows to own the box
-    std::fprintf(stderr, "[%s] %s\n", title ? title : "", text ? text : "");
+    std::fprintf(stderr, "%s", prompt);
     std::fflush(stderr);
+    return std::fgets(line, size, stdin) != nullptr;
 }
 
-void PlatformSetAnswer(PlatformAnswer answer) { presetAnswer = answer; }
-
-PlatformAnswer PlatformAsk(const char* title, const char* text, PlatformAnswer safeAnswer)
+static PlatformAnswer ConsoleQuestion(const char* title, const char* text, PlatformButtons buttons,
+                                      PlatformAnswer safeAnswer)
 {
     std::fprintf(stderr, "[%s] %s\n", title ? title : "", text ? text : "");
+    std::fflush(stderr);
     if (presetAnswer != PLATFORM_ANSWER_NONE) return presetAnswer;
+    if (buttons == PLATFORM_BUTTONS_OK) return PLATFORM_ANSWER_OK;
     if (!isatty(STDIN_FILENO)) return safeAnswer;
 
-    // Read the answer from the terminal: y, n or c; anything else asks again; end of input is the safe answer.
+    // y or o, n, c; anything else asks again; the end of the input is the safe answer.
+    const bool okCancel = buttons == PLATFORM_BUTTONS_OK_CANCEL;
     for (;;) {
-        std::fprintf(stderr, "(y)es, (n)o, (c)ancel? ");
-        std::fflush(stderr);
         char line[64];
-        if (!std::fgets(line, sizeof line, stdin)) return safeAnswer;
+        if (!ReadTerminalLine(okCancel ? "(o)k, (c)ancel? " : "(y)es, (n)o, (c)ancel? ", line, sizeof line))
+            return safeAnswer;
         switch (line[0]) {
-        case 'y': case 'Y': return PLATFORM_ANSWER_YES;
-        case 'n': case 'N': return PLATFORM_ANSWER_NO;
+        case 'o': case 'O': if (okCancel) return PLATFORM_ANSWER_OK; break;
+        case 'y': case 'Y': if (!okCancel) return PLATFORM_ANSWER_YES; break;
+        case 'n': case 'N': if (!okCancel) return PLATFORM_ANSWER_NO; break;
         case 'c': case 'C': return PLATFORM_ANSWER_CANCEL;
         default: break;
         }
     }
+}
+
+PlatformAnswer PlatformQuestion(const char* title, const char* text, PlatformButtons buttons, void* owner,
+                                PlatformAnswer safeAnswer)
+{
+    PlatformAnswer answer = PLATFORM_ANSWER_NONE;
+    if (presetAnswer == PLATFORM_ANSWER_NONE && boxProvider && boxProvider->Question &&
+        boxProvider->Question(title, text, buttons, owner, &answer))
+        return answer;
+    return ConsoleQuestion(title, text, buttons, safeAnswer);
+}
+
+void PlatformMessageBox(const char* title, const char* text, void* owner)
+{
+    PlatformQuestion(title, text, PLATFORM_BUTTONS_OK, owner, PLATFORM_ANSWER_OK);
+}
+
+PlatformAnswer PlatformAsk(const char* title, const char* text, PlatformAnswer safeAnswer)
+{
+    return PlatformQuestion(title, text, PLATFORM_BUTTONS_YES_NO_CANCEL, nullptr, safeAnswer);
+}
+
+void PlatformSetFileDialog(PlatformFileDialogProc proc) { fileDialogProc = proc; }
+PlatformFileDialogProc PlatformGetFileDialog() { return fileDialogProc; }
+
+// The console's file question: a name typed on the terminal, relative to the initial folder. One
+// file even where several may be chosen, which the caller's list form allows.
+static bool ConsoleFileDialog(PlatformFileRequest* rq)
+{
+    if (!rq->file || rq->fileSize < 2 || !isatty(STDIN_FILENO)) return false;
+    std::fprintf(stderr, "[%s]\n", rq->title ? rq->title : "");
+    char line[4096];
+    if (!ReadTerminalLine("File name (empty: cancel): ", line, sizeof line)) return false;
+    line[std::strcspn(line, "\r\n")] = 0;
+    if (!line[0]) return false;
+    std::string path = line;
+    if (path[0] != '/' && rq->initialDir && rq->initialDir[0]) {
+        path = std::string(rq->initialDir) + (rq->initialDir[std::strlen(rq->initialDir) - 1] == '/' ? "" : "/") + path;
+    }
+    if (path.size() + 2 > size_t(rq->fileSize)) return false;
+    std::memcpy(rq->file, path.c_str(), path.size() + 1);
+    rq->file[path.size() + 1] = 0;
+    size_t slash = path.rfind('/');
+    if (rq->fileTitle && rq->fileTitleSize > 0)
+        std::snprintf(rq->fileTitle, size_t(rq->fileTitleSize), "%s", path.c_str() + (slash == std::string::npos ? 0 : slash + 1));
+    // Like every file question, leave the current directory at the folder of the choice.
+    if (slash != std::string::npos && chdir(slash ? path.substr(0, slash).c_str() : "/") != 0) {
+        // The folder may not exist yet for a save; the current directory then stays.
+    }
+    return true;
+}
+
+bool PlatformFileDialog(PlatformFileRequest* request)
+{
+    if (!request) return false;
+    return fileDialogProc ? fileDialogProc(request) : ConsoleFileDialog(request);
 }
 
 int PlatformProcessId() { return int(getpid()); }
